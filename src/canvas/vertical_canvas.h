@@ -1,0 +1,78 @@
+#pragma once
+
+#include "canvas_format.h"
+
+#include <obs.hpp>
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace cv {
+
+// Audio mixer bit carried by the active vertical scene's source (the host's sixth track).
+inline constexpr uint32_t kActiveSceneMixerBit = 32;
+
+// One entry of the canvas's scene list: a private host scene showing one host source.
+struct VerticalScene {
+	std::string name;        // unique in the list, compared byte for byte
+	std::string source_name; // assigned host source; kept even when it was not found
+	OBSSceneAutoRelease scene;
+	OBSSourceAutoRelease source; // holds one reference and one "showing" count
+};
+
+// The second, vertical canvas: a host view with its own video output and the list
+// of vertical scenes it can show.
+class VerticalCanvas {
+public:
+	explicit VerticalCanvas(const CanvasConfig &config);
+	~VerticalCanvas();
+
+	VerticalCanvas(const VerticalCanvas &) = delete;
+	VerticalCanvas &operator=(const VerticalCanvas &) = delete;
+
+	bool init();
+	void shutdown();
+
+	// Plain reads for the output; valid while the runtime is alive.
+	uint32_t width() const { return width_; }
+	uint32_t height() const { return height_; }
+	uint32_t fps_num() const { return fps_num_; }
+	uint32_t fps_den() const { return fps_den_; }
+	obs_view_t *view() const { return view_; }
+	video_t *video() const { return video_; }
+	audio_t *audio() const { return audio_; }
+	bool initialised() const { return initialised_; }
+
+	bool create_scene(const std::string &name);
+	std::vector<std::string> scene_names();
+	std::string active_scene_name();
+
+	// Read without the lock by the preview's draw callback; borrowed pointer.
+	obs_source_t *active_source() const;
+
+private:
+	void teardown();
+	bool create_scene_unlocked(const std::string &name);
+	void show_on_view(const VerticalScene *entry);
+	void release_assignment(VerticalScene &entry);
+	void apply_active_audio();
+	void clear_active_audio();
+
+	uint32_t width_;
+	uint32_t height_;
+	uint32_t fps_num_;
+	uint32_t fps_den_;
+	bool use_active_scene_audio_;
+	obs_video_info video_info_{};
+	OBSView view_;
+	video_t *video_ = nullptr;
+	audio_t *audio_ = nullptr;
+	std::vector<VerticalScene> scenes_;
+	int32_t active_index_ = -1;
+	bool initialised_ = false;
+	std::mutex mutex_;
+};
+
+} // namespace cv

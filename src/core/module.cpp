@@ -1,0 +1,68 @@
+// Entry points the host calls to load, identify and unload the plug-in.
+
+#include "plugin_log.h"
+#include "runtime.h"
+#include "settings_store.h"
+
+#include <obs-module.h>
+
+#include <mutex>
+#include <string>
+
+OBS_DECLARE_MODULE()
+OBS_MODULE_USE_DEFAULT_LOCALE("corvane-vertical-canvas", "en-US")
+
+namespace {
+
+constexpr const char *kVersion = "1.0.0";
+const std::string kRule(60, '=');
+
+} // namespace
+
+MODULE_EXPORT const char *obs_module_name(void)
+{
+	return "Corvane Vertical Canvas";
+}
+
+MODULE_EXPORT const char *obs_module_description(void)
+{
+	return "Vertical canvas streams a second 9:16 RTMP output simultaneously";
+}
+
+bool obs_module_load(void)
+{
+	using namespace cv;
+
+	blog(LOG_INFO, "[%s] %s", kLogTag, kRule.c_str());
+	blog(LOG_INFO, "[%s] Loading version %s", kLogTag, kVersion);
+	blog(LOG_INFO, "[%s] %s", kLogTag, kRule.c_str());
+
+	load_global_config();
+	load_profile_config();
+
+	std::lock_guard lock(runtime_mutex());
+	if (!create_runtime_from_current_profile()) {
+		blog(LOG_ERROR, "[%s] Runtime init failed — plugin will not load", kLogTag);
+		return false;
+	}
+
+	blog(LOG_INFO, "[%s] Loaded successfully", kLogTag);
+	blog(LOG_INFO, "[%s] Canvas : %ux%u @ %u/%u fps", kLogTag, canvaswidth(), canvasheight(), fpsnum(), fpsden());
+	blog(LOG_INFO, "[%s] RTMP : %s", kLogTag, rtmpurl());
+	blog(LOG_INFO, "[%s] Bitrate: %u kbps", kLogTag, videobitrate());
+	blog(LOG_INFO, "[%s] Auto-start with main: %s", kLogTag, autostartwithmain() ? "yes" : "no");
+	blog(LOG_INFO, "[%s] %s", kLogTag, kRule.c_str());
+	return true;
+}
+
+void obs_module_unload(void)
+{
+	using namespace cv;
+
+	blog(LOG_INFO, "[%s] Unloading", kLogTag);
+
+	std::lock_guard lock(runtime_mutex());
+	destroy_runtime(true);
+	save_and_close_configs();
+	blog(LOG_INFO, "[%s] Unloaded", kLogTag);
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <obs.h>
+
+#include <cstdint>
+#include <string>
+
+namespace cvtest {
+
+struct HostOptions {
+	bool video = true; // false: start libobs without resetting video
+	uint32_t width = 1920;
+	uint32_t height = 1080;
+	uint32_t fps_num = 60;
+	uint32_t fps_den = 1;
+	video_format format = VIDEO_FORMAT_NV12;
+	video_colorspace colorspace = VIDEO_CS_709;
+	bool encoders = true; // load the host's obs-x264 and obs-ffmpeg modules
+};
+
+// Starts real libobs in the test process (on the process's own Xvfb, OpenGL through
+// EGL), with the host's own encoder modules, and shuts it down after the test. Every
+// reference the test or the plug-in leaks shows up as a libobs allocation that is
+// still outstanding after shutdown, which fails the test.
+class HostTest : public ::testing::Test {
+protected:
+	virtual HostOptions host_options() const { return {}; }
+
+	void SetUp() override;
+	void TearDown() override;
+
+	// Scratch folder of this test, removed afterwards.
+	const std::string &temp_dir() const { return temp_dir_; }
+	// Where the host keeps module settings (the plug-in's global file lives below it).
+	std::string module_config_root() const { return temp_dir_ + "/plugin_config"; }
+	std::string global_config_file() const;
+	// Folder the fake front end reports as the current profile.
+	std::string profile_dir() const { return temp_dir_ + "/profile"; }
+
+	// Writes `text` to `path`, creating its folders.
+	static void write_file(const std::string &path, const std::string &text);
+	static std::string read_file(const std::string &path);
+
+private:
+	std::string temp_dir_;
+	bool started_ = false;
+};
+
+} // namespace cvtest

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Collects every line the host logs while a test runs (and echoes it to stderr when
+// CV_TEST_VERBOSE is set), so tests can check what the plug-in said.
+namespace cvtest {
+
+void install_log_capture();
+void clear_logs();
+std::vector<std::string> log_lines();
+// Number of captured lines that contain `text`.
+size_t log_count(const std::string &text);
+bool log_contains(const std::string &text);
+// The captured lines that contain `text`, joined by newlines (for failure messages).
+std::string logs_matching(const std::string &text);
+
+} // namespace cvtest
