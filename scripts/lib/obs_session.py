@@ -1,0 +1,361 @@
+"""Runs the real obs program in a throwaway home with the plug-in installed.
+
+Used by the end-to-end tests and by the demo. Everything started here (Xvfb, obs)
+stays a child of this process and is waited for, so nothing is left behind.
+"""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+from pathlib import Path
+
+import websocket  # Debian's python3-websocket
+from Xlib import X, display as xdisplay, protocol  # Debian's python3-xlib
+
+PLUGIN = "corvane-vertical-canvas"
+LOG_TAG = "[corvane-obs-vertical]"
+PROFILE = "CV"
+COLLECTION = "CV"
+
+
+def free_port():
+    with socket.socket() as s:
+        s.bind(("127.0.0.1", 0))
+        return s.getsockname()[1]
+
+
+def colour_abgr(rgb):
+    """OBS colour sources store 0xAABBGGRR."""
+    r, g, b = (rgb >> 16) & 255, (rgb >> 8) & 255, rgb & 255
+    return (0xFF << 24) | (b << 16) | (g << 8) | r
+
+
+def three_band_collection(width, height, colours=(0xFF0000, 0x00FF00, 0x0000FF)):
+    """A scene "Main" whose left third, middle third and right third are solid colours."""
+    third = width // 3
+    sources, items = [], []
+    for i, (name, rgb) in enumerate(zip(("Left", "Middle", "Right"), colours)):
+        w = third if i < 2 else width - 2 * third
+        sources.append({
+            "id": "color_source_v3", "versioned_id": "color_source_v3", "name": name,
+            "settings": {"color": colour_abgr(rgb), "width": w, "height": height},
+        })
+        items.append({
+            "name": name, "id": i + 1, "visible": True, "locked": False,
+            "pos": {"x": float(i * third), "y": 0.0}, "scale": {"x": 1.0, "y": 1.0},
+            "rot": 0.0, "align": 5, "bounds_type": 0, "bounds_align": 0,
+            "bounds": {"x": 0.0, "y": 0.0},
+        })
+    sources.append({"id": "scene", "versioned_id": "scene", "name": "Main",
+                    "settings": {"items": items, "id_counter": len(items), "custom_size": False}})
+    return {
+        "name": COLLECTION, "current_scene": "Main", "current_program_scene": "Main",
+        "scene_order": [{"name": "Main"}], "sources": sources, "groups": [],
+        "transitions": [], "current_transition": "Fade", "transition_duration": 300,
+        "quick_transitions": [], "saved_projectors": [], "preview_locked": False,
+        "scaling_enabled": False, "modules": {},
+    }
+
+
+def ini(sections):
+    out = []
+    for section, values in sections.items():
+        out.append(f"[{section}]")
+        out.extend(f"{k}={v}" for k, v in values.items())
+        out.append("")
+    return "\n".join(out)
+
+
+class ObsError(RuntimeError):
+    pass
+
+
+class ObsSession:
+    """One run of obs: prepare() the home, start(), talk to it, close()."""
+
+    def __init__(self, plugin_so, plugin_data, base_size=(640, 360), fps=30, root=None,
+                 profile_settings=None, keep=False, use_display=None):
+        self.plugin_so = Path(plugin_so)
+        self.plugin_data = Path(plugin_data)
+        self.base_size = base_size
+        self.fps = fps
+        self.profile_settings = profile_settings or {}
+        self.keep = keep
+        self.use_display = use_display
+        self.root = Path(root or tempfile.mkdtemp(prefix="cv-obs-"))
+        self.home = self.root / "home"
+        self.config = self.root / "config"
+        self.obs_config = self.config / "obs-studio"
+        self.port = free_port()
+        self.xvfb = None
+        self.obs = None
+        self.display = None
+        self.ws = None
+        self._request_id = 0
+        self.stdout_path = self.root / "obs-stdout.txt"
+
+    # ---- preparation -------------------------------------------------------------------
+
+    @property
+    def profile_dir(self):
+        return self.obs_config / "basic" / "profiles" / PROFILE
+
+    @property
+    def plugin_config_dir(self):
+        return self.obs_config / "plugin_config" / PLUGIN
+
+    def prepare(self):
+        self.home.mkdir(parents=True, exist_ok=True)
+        w, h = self.base_size
+        general = {
+            "General": {"FirstRun": "true", "LastVersion": "999999999", "EnableAutoUpdates": "false",
+                        "ConfirmOnExit": "false", "InfoIncrement": "999"},
+            "Basic": {"Profile": PROFILE, "ProfileDir": PROFILE, "SceneCollection": COLLECTION,
+                      "SceneCollectionFile": COLLECTION, "ConfigOnNewProfile": "false"},
+            "BasicWindow": {"geometry": "", "PreviewEnabled": "true"},
+            "OBSWebSocket": {"FirstLoad": "false", "ServerEnabled": "true", "ServerPort": str(self.port),
+                             "AlertsEnabled": "false", "AuthRequired": "false", "ServerPassword": ""},
+        }
+        self.obs_config.mkdir(parents=True, exist_ok=True)
+        # Older hosts read global.ini, newer ones user.ini.
+        for name in ("global.ini", "user.ini"):
+            (self.obs_config / name).write_text(ini(general))
+        ws_dir = self.obs_config / "plugin_config" / "obs-websocket"
+        ws_dir.mkdir(parents=True, exist_ok=True)
+        (ws_dir / "config.json").write_text(json.dumps({
+            "first_load": False, "server_enabled": True, "server_port": self.port,
+            "alerts_enabled": False, "auth_required": False, "server_password": "",
+        }))
+
+        self.profile_dir.mkdir(parents=True, exist_ok=True)
+        (self.profile_dir / "basic.ini").write_text(ini({
+            "General": {"Name": PROFILE},
+            "Video": {"BaseCX": w, "BaseCY": h, "OutputCX": w, "OutputCY": h, "FPSType": 1,
+                      "FPSInt": self.fps, "ColorFormat": "NV12", "ColorSpace": "709", "ColorRange": "Partial"},
+            "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
+            "Output": {"Mode": "Simple"},
+            "SimpleOutput": {"VBitrate": 1500, "StreamEncoder": "x264", "ABitrate": 128,
+                             "Preset": "veryfast"},
+        }))
+        if self.profile_settings:
+            (self.profile_dir / f"{PLUGIN}.ini").write_text(ini({"VerticalCanvas": self.profile_settings}))
+
+        scenes = self.obs_config / "basic" / "scenes"
+        scenes.mkdir(parents=True, exist_ok=True)
+        (scenes / f"{COLLECTION}.json").write_text(json.dumps(three_band_collection(w, h)))
+
+        target = self.obs_config / "plugins" / PLUGIN
+        (target / "bin" / "64bit").mkdir(parents=True, exist_ok=True)
+        shutil.copy2(self.plugin_so, target / "bin" / "64bit" / f"{PLUGIN}.so")
+        if self.plugin_data.is_dir():
+            shutil.copytree(self.plugin_data, target / "data", dirs_exist_ok=True)
+        return self
+
+    # ---- processes ---------------------------------------------------------------------
+
+    def _start_xvfb(self):
+        r, w = os.pipe()
+        self.xvfb = subprocess.Popen(
+            ["Xvfb", "-displayfd", str(w), "-screen", "0", "1600x1000x24", "-nolisten", "tcp", "-noreset"],
+            pass_fds=(w,), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(w)
+        number = b""
+        deadline = time.monotonic() + 20
+        while time.monotonic() < deadline and not number.endswith(b"\n"):
+            chunk = os.read(r, 16)
+            if not chunk:
+                break
+            number += chunk
+        os.close(r)
+        if not number.strip():
+            raise ObsError("Xvfb did not start")
+        self.display = ":" + number.decode().strip()
+
+    def env(self):
+        env = {k: v for k, v in os.environ.items() if not k.startswith(("QT_", "WAYLAND"))}
+        env.update(HOME=str(self.home), XDG_CONFIG_HOME=str(self.config), DISPLAY=self.display,
+                   QT_QPA_PLATFORM="xcb", LIBGL_ALWAYS_SOFTWARE="1", LANG="C.UTF-8")
+        env.pop("XDG_RUNTIME_DIR", None)
+        return env
+
+    def start(self, timeout=90):
+        if self.use_display:
+            self.display = self.use_display
+        else:
+            self._start_xvfb()
+        self._stdout = open(self.stdout_path, "wb")
+        self.obs = subprocess.Popen(
+            ["obs", "--multi", "--disable-shutdown-check", "--profile", PROFILE, "--collection", COLLECTION],
+            env=self.env(), stdout=self._stdout, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
+            cwd=str(self.home))
+        self._connect(timeout)
+        return self
+
+    def _connect(self, timeout):
+        deadline = time.monotonic() + timeout
+        last = None
+        while time.monotonic() < deadline:
+            if self.obs.poll() is not None:
+                raise ObsError(f"obs exited early with {self.obs.returncode}; see {self.stdout_path}")
+            try:
+                ws = websocket.create_connection(f"ws://127.0.0.1:{self.port}", timeout=10)
+                hello = json.loads(ws.recv())
+                if hello.get("op") != 0:
+                    raise ObsError(f"unexpected greeting {hello}")
+                ws.send(json.dumps({"op": 1, "d": {"rpcVersion": 1, "eventSubscriptions": 0}}))
+                if json.loads(ws.recv()).get("op") != 2:
+                    raise ObsError("websocket identify refused")
+                self.ws = ws
+                return
+            except (OSError, websocket.WebSocketException) as error:
+                last = error
+                time.sleep(0.5)
+        raise ObsError(f"websocket server not reachable on port {self.port}: {last}")
+
+    def request(self, kind, data=None, timeout=30):
+        self._request_id += 1
+        rid = str(self._request_id)
+        payload = {"requestType": kind, "requestId": rid}
+        if data is not None:
+            payload["requestData"] = data
+        self.ws.settimeout(timeout)
+        self.ws.send(json.dumps({"op": 6, "d": payload}))
+        while True:
+            message = json.loads(self.ws.recv())
+            if message.get("op") == 7 and message["d"].get("requestId") == rid:
+                status = message["d"]["requestStatus"]
+                if not status.get("result"):
+                    raise ObsError(f"{kind} failed: {status}")
+                return message["d"].get("responseData", {})
+
+    def wait_for_log(self, text, timeout=30):
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            if text in self.log_text():
+                return True
+            time.sleep(0.25)
+        return False
+
+    def log_text(self):
+        """The host's log of this run (the newest file of its log folder)."""
+        logs = sorted((self.obs_config / "logs").glob("*.txt"), key=lambda p: p.stat().st_mtime)
+        if logs:
+            return logs[-1].read_text(errors="replace")
+        return self.stdout_path.read_text(errors="replace") if self.stdout_path.exists() else ""
+
+    def plugin_lines(self):
+        return [line for line in self.log_text().splitlines() if LOG_TAG in line or "[corvane]" in line]
+
+    # ---- windows -----------------------------------------------------------------------
+
+    def _windows(self):
+        d = xdisplay.Display(self.display)
+        try:
+            net_name = d.intern_atom("_NET_WM_NAME")
+            utf8 = d.intern_atom("UTF8_STRING")
+
+            def walk(window):
+                for child in window.query_tree().children:
+                    yield child
+                    yield from walk(child)
+
+            found = []
+            for window in walk(d.screen().root):
+                try:
+                    cls = window.get_wm_class()
+                    prop = window.get_full_property(net_name, utf8)
+                    title = prop.value.decode(errors="replace") if prop else (window.get_wm_name() or "")
+                    attrs = window.get_attributes()
+                except Exception:  # windows vanish while we walk
+                    continue
+                if cls and attrs.map_state == X.IsViewable:
+                    found.append((window.id, cls, title))
+            return found
+        finally:
+            d.close()
+
+    def main_window(self):
+        for wid, cls, title in self._windows():
+            if title.startswith("OBS ") and " - Profile: " in title:
+                return wid
+        return None
+
+    def _send_delete(self, wid):
+        d = xdisplay.Display(self.display)
+        try:
+            window = d.create_resource_object("window", wid)
+            protocols = d.intern_atom("WM_PROTOCOLS")
+            delete = d.intern_atom("WM_DELETE_WINDOW")
+            event = protocol.event.ClientMessage(window=window, client_type=protocols,
+                                                 data=(32, [delete, X.CurrentTime, 0, 0, 0]))
+            window.send_event(event, event_mask=X.NoEventMask)
+            d.flush()
+        finally:
+            d.close()
+
+    def dialogs(self):
+        """Titles of the host's open top-level windows other than the main window."""
+        main = self.main_window()
+        return [(wid, title) for wid, cls, title in self._windows()
+                if wid != main and title and cls and "obs" in " ".join(cls).lower()]
+
+    def close(self, timeout=60):
+        """Asks obs to quit as a user would: WM_DELETE_WINDOW on its main window, after
+        closing any message box that would hold the quit up (the newer hosts report a
+        plug-in that refused to load in one)."""
+        if not self.obs or self.obs.poll() is not None:
+            return self.obs.returncode if self.obs else None
+        if self.ws:
+            try:
+                self.ws.close()
+            except Exception:
+                pass
+            self.ws = None
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            for wid, _ in self.dialogs():
+                self._send_delete(wid)
+            wid = self.main_window()
+            if wid is not None:
+                self._send_delete(wid)
+            try:
+                return self.obs.wait(min(5, max(0.1, deadline - time.monotonic())))
+            except subprocess.TimeoutExpired:
+                continue
+        self.obs.kill()
+        self.obs.wait()
+        raise ObsError(f"obs did not close within {timeout} s")
+
+    def screenshot(self, path, window=None):
+        """Saves the screen (or one window) as PNG using ffmpeg's X11 grabber."""
+        cmd = ["ffmpeg", "-loglevel", "error", "-y", "-f", "x11grab"]
+        cmd += ["-i", self.display, "-frames:v", "1", str(path)]
+        subprocess.run(cmd, check=True, env={**os.environ, "DISPLAY": self.display}, timeout=30)
+        return path
+
+    def shutdown(self):
+        """Ends whatever still runs; always safe to call."""
+        for proc in (self.obs, self.xvfb):
+            if proc and proc.poll() is None:
+                proc.send_signal(signal.SIGKILL if proc is self.obs else signal.SIGTERM)
+                try:
+                    proc.wait(15)
+                except subprocess.TimeoutExpired:
+                    proc.kill()
+                    proc.wait()
+        if getattr(self, "_stdout", None):
+            self._stdout.close()
+            self._stdout = None
+        if not self.keep:
+            shutil.rmtree(self.root, ignore_errors=True)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.shutdown()
