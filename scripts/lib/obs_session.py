@@ -78,10 +78,9 @@ class ObsError(RuntimeError):
 class ObsSession:
     """One run of obs: prepare() the home, start(), talk to it, close()."""
 
-    def __init__(self, plugin_so, plugin_data, base_size=(640, 360), fps=30, root=None,
+    def __init__(self, build_dir, base_size=(640, 360), fps=30, root=None,
                  profile_settings=None, keep=False, use_display=None):
-        self.plugin_so = Path(plugin_so)
-        self.plugin_data = Path(plugin_data)
+        self.build_dir = Path(build_dir)
         self.base_size = base_size
         self.fps = fps
         self.profile_settings = profile_settings or {}
@@ -104,6 +103,10 @@ class ObsSession:
     @property
     def profile_dir(self):
         return self.obs_config / "basic" / "profiles" / PROFILE
+
+    @property
+    def plugins_dir(self):
+        return self.obs_config / "plugins"
 
     @property
     def plugin_config_dir(self):
@@ -149,11 +152,11 @@ class ObsSession:
         scenes.mkdir(parents=True, exist_ok=True)
         (scenes / f"{COLLECTION}.json").write_text(json.dumps(three_band_collection(w, h)))
 
-        target = self.obs_config / "plugins" / PLUGIN
-        (target / "bin" / "64bit").mkdir(parents=True, exist_ok=True)
-        shutil.copy2(self.plugin_so, target / "bin" / "64bit" / f"{PLUGIN}.so")
-        if self.plugin_data.is_dir():
-            shutil.copytree(self.plugin_data, target / "data", dirs_exist_ok=True)
+        # Installed the way a user installs it: into the per-user plug-in folder.
+        subprocess.run(["cmake", "--install", str(self.build_dir), "--prefix", str(self.plugins_dir)],
+                       check=True, stdout=subprocess.DEVNULL)
+        if not (self.plugins_dir / PLUGIN / "bin" / "64bit" / f"{PLUGIN}.so").is_file():
+            raise ObsError(f"install did not produce the plug-in under {self.plugins_dir}")
         return self
 
     # ---- processes ---------------------------------------------------------------------
@@ -255,6 +258,7 @@ class ObsSession:
 
     def _windows(self):
         d = xdisplay.Display(self.display)
+        d.set_error_handler(lambda *_: None)  # windows may vanish while we look at them
         try:
             net_name = d.intern_atom("_NET_WM_NAME")
             utf8 = d.intern_atom("UTF8_STRING")

@@ -15,7 +15,7 @@ ARGS = None
 
 class ModuleLoad(unittest.TestCase):
     def run_obs(self, **kwargs):
-        session = ObsSession(ARGS.plugin, ARGS.data, keep=bool(os.environ.get("CV_TEST_KEEP")), **kwargs)
+        session = ObsSession(ARGS.build_dir, keep=bool(os.environ.get("CV_TEST_KEEP")), **kwargs)
         self.addCleanup(session.shutdown)
         session.prepare().start()
         return session
@@ -42,6 +42,7 @@ class ModuleLoad(unittest.TestCase):
         self.assertIn(f"{LOG_TAG} Unloaded", log)
         self.assertLess(log.index(f"{LOG_TAG} Unloading"), log.index(f"{LOG_TAG} Unloaded"))
         self.assertIn("Number of memory leaks: 0", log)
+        self.assertNotIn("Failed to save", log)
         self.assertTrue((obs.plugin_config_dir / "settings-global.ini").is_file())
         self.assertTrue((obs.profile_dir / f"{PLUGIN}.ini").is_file())
 
@@ -61,7 +62,6 @@ class ModuleLoad(unittest.TestCase):
 
 if __name__ == "__main__":
     parser = argparse.ArgumentParser()
-    parser.add_argument("--plugin", required=True)
-    parser.add_argument("--data", required=True)
+    parser.add_argument("--build-dir", required=True)
     ARGS, rest = parser.parse_known_args()
     unittest.main(argv=[sys.argv[0]] + rest, verbosity=2)
