@@ -1,5 +1,7 @@
 #include "vertical_canvas.h"
 
+#include "cover_placement.h"
+
 #include "core/plugin_log.h"
 
 namespace cv {
@@ -133,11 +135,9 @@ bool VerticalCanvas::create_scene(const std::string &name)
 
 bool VerticalCanvas::create_scene_unlocked(const std::string &name)
 {
-	for (const VerticalScene &entry : scenes_) {
-		if (entry.name == name) {
-			blog(LOG_WARNING, "[%s] Scene already exists: %s", kLogTag, name.c_str());
-			return false;
-		}
+	if (find_scene(name)) {
+		blog(LOG_WARNING, "[%s] Scene already exists: %s", kLogTag, name.c_str());
+		return false;
 	}
 
 	OBSSceneAutoRelease scene = obs_scene_create_private(name.c_str());
@@ -152,6 +152,118 @@ bool VerticalCanvas::create_scene_unlocked(const std::string &name)
 		show_on_view(&scenes_.back());
 	}
 	blog(LOG_INFO, "[%s] Scene created (private): %s", kLogTag, name.c_str());
+	return true;
+}
+
+bool VerticalCanvas::remove_scene(const std::string &name)
+{
+	std::lock_guard lock(mutex_);
+
+	const int32_t index = find_index(name);
+	if (index < 0) {
+		blog(LOG_WARNING, "[%s] remove_scene — not found: %s", kLogTag, name.c_str());
+		return false;
+	}
+
+	if (index == active_index_) {
+		show_on_view(nullptr);
+		active_index_ = -1;
+	}
+
+	VerticalScene &entry = scenes_[size_t(index)];
+	release_assignment(entry);
+	entry.scene = nullptr;
+	scenes_.erase(scenes_.begin() + index);
+
+	if (active_index_ > index)
+		active_index_--;
+	// Removing the active scene activates the first one left, not a neighbour.
+	if (active_index_ < 0 && !scenes_.empty()) {
+		active_index_ = 0;
+		show_on_view(&scenes_.front());
+	}
+	if (use_active_scene_audio_)
+		apply_active_audio();
+
+	blog(LOG_INFO, "[%s] Scene removed: %s", kLogTag, name.c_str());
+	return true;
+}
+
+bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string &new_name)
+{
+	std::lock_guard lock(mutex_);
+
+	if (old_name == new_name)
+		return true;
+	if (find_scene(new_name)) {
+		blog(LOG_WARNING, "[%s] rename_scene — name already in use: %s", kLogTag, new_name.c_str());
+		return false;
+	}
+	VerticalScene *entry = find_scene(old_name);
+	if (!entry) {
+		blog(LOG_WARNING, "[%s] rename_scene — not found: %s", kLogTag, old_name.c_str());
+		return false;
+	}
+
+	rename_private_scene(*entry, new_name);
+	entry->name = new_name;
+	blog(LOG_INFO, "[%s] Scene renamed: %s -> %s", kLogTag, old_name.c_str(), new_name.c_str());
+	return true;
+}
+
+bool VerticalCanvas::set_active_scene(const std::string &name)
+{
+	std::lock_guard lock(mutex_);
+
+	const int32_t index = find_index(name);
+	if (index < 0) {
+		blog(LOG_WARNING, "[%s] set_active_scene — not found: %s", kLogTag, name.c_str());
+		return false;
+	}
+	if (index == active_index_)
+		return true;
+
+	active_index_ = index;
+	show_on_view(&scenes_[size_t(index)]);
+	apply_active_audio();
+	blog(LOG_INFO, "[%s] Active scene: %s", kLogTag, name.c_str());
+	return true;
+}
+
+bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const std::string &source_name)
+{
+	std::lock_guard lock(mutex_);
+
+	VerticalScene *entry = find_scene(scene_name);
+	if (!entry) {
+		blog(LOG_WARNING, "[%s] assign_scene_source — scene not found: %s", kLogTag, scene_name.c_str());
+		return false;
+	}
+
+	release_assignment(*entry);
+	entry->source_name.clear();
+
+	if (source_name.empty()) {
+		place_source(*entry, nullptr);
+		blog(LOG_INFO, "[%s] Scene '%s': source cleared", kLogTag, scene_name.c_str());
+		return true;
+	}
+
+	OBSSourceAutoRelease source = obs_get_source_by_name(source_name.c_str());
+	// The name is kept either way, so a later re-apply can find a source that does not
+	// exist yet.
+	entry->source_name = source_name;
+	if (!source) {
+		// The old picture stays in the private scene on purpose.
+		blog(LOG_WARNING, "[%s] assign_scene_source — OBS source not found: %s", kLogTag, source_name.c_str());
+		return false;
+	}
+
+	place_source(*entry, source);
+	obs_source_inc_showing(source);
+	entry->source = std::move(source);
+	apply_active_audio();
+	blog(LOG_INFO, "[%s] Scene '%s': source assigned → '%s'", kLogTag, scene_name.c_str(), source_name.c_str());
 	return true;
 }
 
@@ -173,12 +285,97 @@ std::string VerticalCanvas::active_scene_name()
 	return {};
 }
 
+std::string VerticalCanvas::scene_source_name(const std::string &scene_name)
+{
+	std::lock_guard lock(mutex_);
+	const VerticalScene *entry = find_scene(scene_name);
+	return entry ? entry->source_name : std::string();
+}
+
 obs_source_t *VerticalCanvas::active_source() const
 {
 	const int32_t index = active_index_;
 	if (index >= 0 && size_t(index) < scenes_.size())
 		return scenes_[size_t(index)].source;
 	return nullptr;
+}
+
+VerticalScene *VerticalCanvas::find_scene(const std::string &name)
+{
+	const int32_t index = find_index(name);
+	return index < 0 ? nullptr : &scenes_[size_t(index)];
+}
+
+int32_t VerticalCanvas::find_index(const std::string &name) const
+{
+	const auto count = int32_t(scenes_.size());
+	for (int32_t i = 0; i < count; i++) {
+		if (scenes_[size_t(i)].name == name)
+			return i;
+	}
+	return -1;
+}
+
+void VerticalCanvas::rename_private_scene(VerticalScene &entry, const std::string &new_name)
+{
+	obs_source_t *source = obs_scene_get_source(entry.scene);
+	obs_source_set_name(source, new_name.c_str());
+	if (new_name == obs_source_get_name(source))
+		return;
+
+	// Newer hosts ignore a new name for a private source; a duplicate made under the
+	// new name, showing the same items, takes the old scene's place instead.
+	OBSSceneAutoRelease renamed = obs_scene_duplicate(entry.scene, new_name.c_str(), OBS_SCENE_DUP_PRIVATE_REFS);
+	if (!renamed)
+		return;
+	const bool shown = active_index_ >= 0 && &scenes_[size_t(active_index_)] == &entry;
+	entry.scene = std::move(renamed);
+	if (shown)
+		show_on_view(&entry);
+}
+
+void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
+{
+	if (!entry.scene)
+		return;
+
+	obs_scene_enum_items(
+		entry.scene,
+		[](obs_scene_t *, obs_sceneitem_t *item, void *) {
+			obs_sceneitem_remove(item);
+			return true;
+		},
+		nullptr);
+	if (!source)
+		return;
+
+	obs_sceneitem_t *item = obs_scene_add(entry.scene, source);
+	if (!item) {
+		blog(LOG_WARNING, "[%s] obs_scene_add failed for source: %s", kLogTag, obs_source_get_name(source));
+		return;
+	}
+
+	const uint32_t sw = obs_source_get_width(source);
+	const uint32_t sh = obs_source_get_height(source);
+	const CoverPlacement placement = cover_placement(width_, height_, sw, sh);
+
+	obs_transform_info info = {};
+	vec2_set(&info.pos, placement.x, placement.y);
+	info.rot = 0.0f;
+	vec2_set(&info.scale, placement.scale, placement.scale);
+	info.alignment = OBS_ALIGN_LEFT | OBS_ALIGN_TOP;
+	info.bounds_type = OBS_BOUNDS_NONE;
+	info.bounds_alignment = 0;
+	vec2_zero(&info.bounds);
+#if LIBOBS_API_MAJOR_VER >= 30
+	info.crop_to_bounds = false;
+	obs_sceneitem_set_info2(item, &info);
+#else
+	obs_sceneitem_set_info(item, &info);
+#endif
+
+	blog(LOG_INFO, "[%s] Source '%s' placed: src=%ux%u scale=%.4f pos=(%.1f,%.1f)", kLogTag,
+	     obs_source_get_name(source), sw, sh, placement.scale, placement.x, placement.y);
 }
 
 void VerticalCanvas::show_on_view(const VerticalScene *entry)

@@ -45,9 +45,18 @@ public:
 	audio_t *audio() const { return audio_; }
 	bool initialised() const { return initialised_; }
 
+	// Scene list operations. Names are UTF-8 byte strings compared byte for byte.
 	bool create_scene(const std::string &name);
+	bool remove_scene(const std::string &name);
+	bool rename_scene(const std::string &old_name, const std::string &new_name);
+	bool set_active_scene(const std::string &name);
+	// An empty source name clears the scene.
+	bool assign_scene_source(const std::string &scene_name, const std::string &source_name);
+
 	std::vector<std::string> scene_names();
 	std::string active_scene_name();
+	// Empty when the scene does not exist or has no source assigned.
+	std::string scene_source_name(const std::string &scene_name);
 
 	// Read without the lock by the preview's draw callback; borrowed pointer.
 	obs_source_t *active_source() const;
@@ -55,6 +64,10 @@ public:
 private:
 	void teardown();
 	bool create_scene_unlocked(const std::string &name);
+	VerticalScene *find_scene(const std::string &name);
+	int32_t find_index(const std::string &name) const;
+	void place_source(VerticalScene &entry, obs_source_t *source);
+	void rename_private_scene(VerticalScene &entry, const std::string &new_name);
 	void show_on_view(const VerticalScene *entry);
 	void release_assignment(VerticalScene &entry);
 	void apply_active_audio();

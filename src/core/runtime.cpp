@@ -1,6 +1,7 @@
 #include "runtime.h"
 
 #include "plugin_log.h"
+#include "scene_list_store.h"
 #include "settings_store.h"
 
 #include "canvas/vertical_canvas.h"
@@ -98,7 +99,8 @@ bool create_runtime_from_current_profile()
 
 void destroy_runtime(bool save_scenes)
 {
-	(void)save_scenes;
+	if (save_scenes)
+		save_scene_list();
 
 	if (output) {
 		if (output->is_active())

@@ -59,6 +59,15 @@ bool log_contains(const std::string &text)
 	return log_count(text) > 0;
 }
 
+bool log_has_line(const std::string &line)
+{
+	for (const std::string &captured : log_lines()) {
+		if (captured == line)
+			return true;
+	}
+	return false;
+}
+
 std::string logs_matching(const std::string &text)
 {
 	std::string out;
