@@ -1,8 +1,5 @@
 # The host's SDK (libobs, the front-end API), FFmpeg and the Qt major the host uses.
 
-find_package(libobs REQUIRED)
-find_package(obs-frontend-api REQUIRED)
-
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(
   FFMPEG
@@ -11,6 +8,14 @@ pkg_check_modules(
   libavformat
   libavcodec
   libavutil)
+
+# The fuzz targets link only the host-free logic, which needs FFmpeg alone.
+if(CV_FUZZ_ONLY)
+  return()
+endif()
+
+find_package(libobs REQUIRED)
+find_package(obs-frontend-api REQUIRED)
 
 # A plug-in must be linked against the same Qt major as the obs program that loads it:
 # a Qt 5 host cannot load a Qt 6 plug-in and the other way round.

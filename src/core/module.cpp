@@ -4,6 +4,8 @@
 #include "runtime.h"
 #include "settings_store.h"
 
+#include "mux/mux_output.h"
+
 #include <obs-module.h>
 
 #include <mutex>
@@ -36,6 +38,9 @@ bool obs_module_load(void)
 	blog(LOG_INFO, "[%s] %s", kLogTag, kRule.c_str());
 	blog(LOG_INFO, "[%s] Loading version %s", kLogTag, kVersion);
 	blog(LOG_INFO, "[%s] %s", kLogTag, kRule.c_str());
+
+	register_mux_output();
+	blog(LOG_INFO, "[%s] Registered output type: %s", kLogTag, kMuxOutputId);
 
 	load_global_config();
 	load_profile_config();

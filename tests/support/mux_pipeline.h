@@ -1,0 +1,64 @@
+#pragma once
+
+#include <obs.hpp>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace cv {
+class VerticalCanvas;
+}
+
+// A vertical canvas showing a coloured host scene, the host's own x264 and AAC
+// encoders on it, and one instance of the plug-in's muxing output: the whole road a
+// stream takes, for tests that send it to a real server.
+namespace cvtest {
+
+struct PipelineOptions {
+	uint32_t width = 360;
+	uint32_t height = 640;
+	uint32_t fps_num = 30;
+	uint32_t fps_den = 1;
+	size_t audio_tracks = 2;
+	int keyint_sec = 1;
+	const char *audio_encoder = "ffmpeg_aac";
+};
+
+class MuxPipeline {
+public:
+	explicit MuxPipeline(const PipelineOptions &options = {});
+	~MuxPipeline();
+
+	// Creates the encoders and the output for a server and key; false when libobs
+	// refuses one of them.
+	bool create(const std::string &server, const std::string &key);
+	bool start();
+	void stop();
+	// Waits until the output is inactive (a stop it signalled itself, or ours).
+	bool wait_inactive(int timeout_ms);
+
+	obs_output_t *output() const { return output_; }
+	cv::VerticalCanvas &canvas() const { return *canvas_; }
+	const char *last_error() const;
+
+	// Codes of every "stop" signal the output emitted.
+	std::vector<long long> stop_codes() const;
+
+private:
+	static void on_stop(void *param, calldata_t *data);
+
+	PipelineOptions options_;
+	std::unique_ptr<cv::VerticalCanvas> canvas_;
+	OBSSceneAutoRelease scene_;
+	OBSEncoderAutoRelease video_;
+	std::vector<OBSEncoderAutoRelease> audio_;
+	OBSOutputAutoRelease output_;
+	OBSSignal stop_signal_;
+	mutable std::mutex codes_mutex_;
+	std::vector<long long> codes_;
+};
+
+} // namespace cvtest
