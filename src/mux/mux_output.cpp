@@ -106,14 +106,18 @@ bool cv_mux_start(void *data)
 	mux->active = true;
 	mux->fatal = false;
 	mux->srt_clean_start_pending = false;
+	// Not held into the host: its audio thread holds its own lock while it hands
+	// packets to this output, and starting the capture takes that lock.
+	lock.unlock();
 
-	if (!obs_output_can_begin_data_capture(mux->output, kCaptureFlags)) {
-		obs_output_set_last_error(mux->output, "obs_output_can_begin_data_capture failed");
-		mux->active = false;
-		return false;
-	}
-	if (!obs_output_initialize_encoders(mux->output, kCaptureFlags)) {
-		obs_output_set_last_error(mux->output, "obs_output_initialize_encoders failed");
+	const char *error = nullptr;
+	if (!obs_output_can_begin_data_capture(mux->output, kCaptureFlags))
+		error = "obs_output_can_begin_data_capture failed";
+	else if (!obs_output_initialize_encoders(mux->output, kCaptureFlags))
+		error = "obs_output_initialize_encoders failed";
+	if (error) {
+		obs_output_set_last_error(mux->output, error);
+		lock.lock();
 		mux->active = false;
 		return false;
 	}

@@ -334,7 +334,11 @@ int enqueue_packet(MuxOutput &mux, AVPacket *packet, bool is_video)
 		}
 	}
 
-	AVPacket *clone = av_packet_clone(packet);
+	// The queue takes the packet's payload over: from here on only the write
+	// thread touches it.
+	AVPacket *clone = av_packet_alloc();
+	if (clone)
+		av_packet_move_ref(clone, packet);
 	if (!clone) {
 		blog(LOG_ERROR, "[%s] av_packet_clone failed — dropping %s packet pts=%lld", kLogTag,
 		     is_video ? "video" : "audio", ll(packet->pts));

@@ -96,6 +96,8 @@ void enter_reconnect_mode(MuxOutput &mux, uint64_t generation, int code)
 		mux.queue.clear();
 	}
 
+	// Set before the line is logged: whoever reads the line finds the text in place.
+	obs_output_set_last_error(mux.output, "RTMP/SRT disconnected, reconnecting...");
 	char text[256] = {};
 	av_strerror(code, text, sizeof(text));
 	const char *reason = code == AVERROR(EIO) ? "write thread EIO" : "write thread lost the connection";
@@ -124,7 +126,6 @@ void enter_reconnect_mode(MuxOutput &mux, uint64_t generation, int code)
 	mux.reconnecting = true;
 	mux.retry_count++;
 	mux.next_retry_ns = os_gettime_ns() + std::min(mux.retry_count, kMaxBackoffSteps) * kRetryStepNs;
-	obs_output_set_last_error(mux.output, "RTMP/SRT disconnected, reconnecting...");
 }
 
 } // namespace

@@ -71,7 +71,11 @@ protected:
 		EXPECT_TRUE(info.video_dts_monotonic);
 		EXPECT_TRUE(info.audio_dts_monotonic);
 		EXPECT_EQ(info.audio_streams, audio_streams);
+#if !defined(__SANITIZE_THREAD__) // timing means little under the thread sanitizer
 		EXPECT_NEAR(info.duration_seconds, seconds, seconds * 0.1);
+#else
+		(void)seconds;
+#endif
 	}
 };
 
@@ -215,14 +219,6 @@ void reconnect_rounds(Server &server, MuxPipeline &pipeline, int rounds, int dow
 		server.kill_hard();
 		ASSERT_TRUE(wait_for_log("entering reconnect mode", 20000, size_t(round)));
 		EXPECT_TRUE(obs_output_active(pipeline.output()));
-		// The text follows the log line; a retry that has failed already replaces
-		// it with its own reason.
-		for (int i = 0; i < 100 && !*pipeline.last_error(); i++)
-			sleep_ms(20);
-		const std::string last_error = pipeline.last_error();
-		EXPECT_TRUE(last_error == "RTMP/SRT disconnected, reconnecting..." ||
-			    last_error == "Stream rejected — check server URL and stream key")
-			<< last_error;
 		sleep_ms(down_ms); // at least one retry fails while the server is down
 		std::string error;
 		ASSERT_TRUE(server.restart(&error)) << error;
@@ -256,7 +252,7 @@ TEST_F(MuxOutputTest, RtmpReconnectsAfterTheServerDiesFiveTimes)
 	MuxPipeline pipeline;
 	ASSERT_TRUE(pipeline.create(server.app_url(), "again"));
 	ASSERT_TRUE(pipeline.start());
-	reconnect_rounds(server, pipeline, 5, 1500, 5, [&] { return server.recordings("again"); });
+	reconnect_rounds(server, pipeline, 5, 2500, 5, [&] { return server.recordings("again"); });
 	EXPECT_EQ(pipeline.stop_codes(), std::vector<long long>{OBS_OUTPUT_SUCCESS});
 }
 
@@ -304,4 +300,24 @@ TEST_F(MuxOutputTest, FirstPacketsAreHeldUntilTheCodecHeadersExist)
 	EXPECT_EQ(info.audio_streams, 1);
 	// The held keyframe is the first frame of the stream: nothing before it was lost.
 	EXPECT_GT(info.video_frames_decoded, 60);
+}
+
+TEST_F(MuxOutputTest, LostConnectionKeepsTheOutputActiveAndSaysSo)
+{
+	cvtest::RtmpServer server;
+	std::string error;
+	ASSERT_TRUE(server.start(&error)) << error;
+	MuxPipeline pipeline;
+	ASSERT_TRUE(pipeline.create(server.app_url(), "lost"));
+	ASSERT_TRUE(pipeline.start());
+	ASSERT_TRUE(wait_for_log("first TS keyframe written", 20000));
+	server.kill_hard();
+	ASSERT_TRUE(wait_for_log("entering reconnect mode", 20000));
+	// Still live: the host's own stop signal has not been sent.
+	EXPECT_TRUE(obs_output_active(pipeline.output()));
+	EXPECT_TRUE(pipeline.stop_codes().empty());
+	// Stopped at once, before the first retry (a second away) could replace the text.
+	pipeline.stop();
+	EXPECT_STREQ(pipeline.last_error(), "RTMP/SRT disconnected, reconnecting...");
+	EXPECT_EQ(pipeline.stop_codes(), std::vector<long long>{OBS_OUTPUT_SUCCESS});
 }

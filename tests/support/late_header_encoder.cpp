@@ -6,6 +6,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 }
 
+#include <atomic>
 #include <cstring>
 #include <vector>
 
@@ -20,7 +21,7 @@ struct LateAac {
 	AVFrame *frame = nullptr;
 	AVPacket *packet = nullptr;
 	std::vector<uint8_t> out;
-	int packets = 0;
+	std::atomic<int> packets{0};
 	int sample_rate = 48000;
 };
 
