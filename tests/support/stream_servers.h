@@ -40,7 +40,8 @@ public:
 	uint16_t port() const { return port_; }
 	// "rtmp://127.0.0.1:PORT/live"; a stream publishes to app_url() + "/" + key.
 	std::string app_url() const;
-	// The recordings of one stream key, oldest first (one per publish).
+	// The recordings of one stream key, oldest first: one per publish (nginx-rtmp names them
+	// by the second, so two publishes of a key within one second of one run share a file).
 	std::vector<std::string> recordings(const std::string &key) const;
 	// nginx-rtmp's access log: one line per finished session, e.g.
 	// 127.0.0.1 [date] PUBLISH "live" "key" "" - 145241 529 "" "FMLE/3.0 (...)" (3s)

@@ -85,6 +85,32 @@ void expect_clean_320x240(const RecordingInfo &info, double seconds)
 	EXPECT_NEAR((double)info.video_frames_decoded, seconds * 30, seconds * 3);
 }
 
+// An SRT publish that also writes the same MPEG-TS bytes to `copy`, to compare with what
+// the listener stored. Without look-ahead the encoder sends its last frames as they come,
+// not in one burst at the end that a closing sender would mostly drop.
+std::vector<std::string> srt_command(const std::vector<std::string> &inputs, double seconds, const std::string &url,
+				     const std::string &copy)
+{
+	std::vector<std::string> argv = {"ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "error", "-y", "-re"};
+	argv.insert(argv.end(), inputs.begin(), inputs.end());
+	argv.insert(argv.end(), {"-map", "0:v", "-map", "1:a", "-c:v", "libx264", "-tune", "zerolatency", "-pix_fmt",
+				 "yuv420p", "-g", "30", "-c:a", "aac", "-t", std::to_string(seconds), "-f", "tee",
+				 "[f=mpegts:onfail=abort]" + url + "|[f=mpegts]" + copy});
+	return argv;
+}
+
+// The stored bytes are what the sender sent, except that its last packets may be missing:
+// from SRT 1.5.2 on, a non-blocking socket that is closed right before the library is shut
+// down (as FFmpeg's and OBS's SRT outputs do) drops what it still had queued, linger or not.
+void expect_sent_bytes(const std::string &stored, const std::string &sent)
+{
+	const std::vector<uint8_t> got = read_bytes(stored), want = read_bytes(sent);
+	ASSERT_FALSE(got.empty());
+	ASSERT_LE(got.size(), want.size());
+	EXPECT_TRUE(std::equal(got.begin(), got.end(), want.begin())) << "the stored bytes differ from those sent";
+	EXPECT_GE(got.size() + 16 * 1316, want.size()) << "more than the sender's last packets are missing";
+}
+
 const uint8_t kAud[] = {0, 0, 0, 1, 9};
 
 bool starts_with_aud(const std::vector<uint8_t> &packet)
@@ -178,24 +204,22 @@ TEST(StreamSupportSrt, StoresTheBytesOfEachConnectionInAFileOfItsOwn)
 	std::string error;
 	ASSERT_TRUE(listener.start(&error)) << error;
 	const uint16_t port = listener.port();
-	// The sender lingers so that its own send buffer still goes out when it closes.
-	const std::string url = listener.url() + "?linger=1";
+	// Like OBS, the sender does not linger; expect_sent_bytes allows for its lost tail.
+	const std::string url = listener.url();
+	const std::string sent = listener.dir() + "/sent";
 
-	run_ffmpeg(ffmpeg_command(true, concat(kRed, kTone), 2, "mpegts", url));
+	run_ffmpeg(srt_command(concat(kRed, kTone), 2, url, sent + "1.ts"));
 	ASSERT_TRUE(listener.wait_for_recordings(1, 20000)) << listener.log();
 	std::vector<std::string> files = listener.recordings();
 	ASSERT_EQ(files.size(), 1u);
-	const std::vector<uint8_t> bytes = read_bytes(files[0]);
-	ASSERT_FALSE(bytes.empty());
-	EXPECT_EQ(bytes[0], 0x47);
-	EXPECT_EQ(bytes.size() % 188, 0u) << "not whole TS packets: something besides the stream was written";
+	expect_sent_bytes(files[0], sent + "1.ts");
 
-	RecordingInfo info = probe_recording(files[0]);
-	ASSERT_TRUE(info.opened) << info.error;
+	const RecordingInfo info = probe_recording(files[0]);
 	EXPECT_EQ(info.format_name, "mpegts");
-	expect_clean_320x240(info, 2.0);
-	EXPECT_TRUE(starts_with_aud(info.first_video_packet));
-
+	EXPECT_EQ(info.video_codec, "h264");
+	EXPECT_EQ(info.width, 320);
+	EXPECT_EQ(info.audio_streams, 1);
+	EXPECT_TRUE(starts_with_aud(info.first_video_packet)) << describe(info);
 	std::vector<uint8_t> rgb;
 	int width = 0, height = 0;
 	ASSERT_TRUE(decode_frame_rgb(files[0], 1.0, &rgb, &width, &height, &error)) << error;
@@ -205,18 +229,16 @@ TEST(StreamSupportSrt, StoresTheBytesOfEachConnectionInAFileOfItsOwn)
 	EXPECT_LT(centre[1], 25);
 	EXPECT_LT(centre[2], 25);
 
-	EXPECT_EQ(info.video_frames_decoded, 60) << "frames lost on the way";
-
 	// One caller stays while another connects and leaves: each gets a file of its own.
 	ChildProcess sender;
-	ASSERT_TRUE(sender.start(ffmpeg_command(true, concat(kTestPattern, kTone), 20, "mpegts", url), -1, -1, &error))
+	ASSERT_TRUE(sender.start(srt_command(concat(kTestPattern, kTone), 20, url, sent + "2.ts"), -1, -1, &error))
 		<< error;
 	ASSERT_TRUE(wait_until([&] { return listener.recordings().size() == 2; }, 20000)) << listener.log();
-	run_ffmpeg(ffmpeg_command(true, concat(kTestPattern, kTone), 1, "mpegts", url));
+	run_ffmpeg(srt_command(concat(kTestPattern, kTone), 1, url, sent + "3.ts"));
 	ASSERT_TRUE(listener.wait_for_recordings(2, 20000)) << listener.log();
 	files = listener.recordings();
 	ASSERT_EQ(files.size(), 3u);
-	expect_clean_320x240(probe_recording(files[2]), 1.0);
+	expect_sent_bytes(files[2], sent + "3.ts");
 
 	// A restart ends the open connection at once (the caller is told) and keeps the port.
 	ASSERT_TRUE(listener.restart(&error)) << error;
@@ -225,14 +247,12 @@ TEST(StreamSupportSrt, StoresTheBytesOfEachConnectionInAFileOfItsOwn)
 	EXPECT_FALSE(sender.exited_with(0));
 	EXPECT_TRUE(listener.wait_for_recordings(3, 0));
 
-	run_ffmpeg(ffmpeg_command(true, concat(kTestPattern, kTone), 1, "mpegts", url));
+	run_ffmpeg(srt_command(concat(kTestPattern, kTone), 1, url, sent + "4.ts"));
 	ASSERT_TRUE(listener.wait_for_recordings(4, 20000)) << listener.log();
 	files = listener.recordings();
 	ASSERT_EQ(files.size(), 4u);
-	EXPECT_NEAR(probe_recording(files[0]).duration_seconds, 2.0, 0.2);
-	const RecordingInfo last = probe_recording(files[3]);
-	expect_clean_320x240(last, 1.0);
-	EXPECT_TRUE(starts_with_aud(last.first_video_packet));
+	expect_sent_bytes(files[3], sent + "4.ts");
+	EXPECT_NEAR(probe_recording(files[3]).duration_seconds, 1.0, 0.2);
 
 	listener.kill_hard();
 	EXPECT_FALSE(listener.running());
