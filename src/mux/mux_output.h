@@ -129,6 +129,8 @@ int32_t open_muxer(MuxOutput &mux);
 // Releases `lock` while it waits for the write thread, which may need the lock to
 // finish; the lock is held again on return.
 void close_muxer(MuxOutput &mux, std::unique_lock<std::mutex> &lock);
+// The part of closing after the writer has stopped: trailer, connection, streams.
+void free_muxer(MuxOutput &mux);
 
 void process_video_packet(MuxOutput &mux, const uint8_t *data, size_t size, int64_t pts, int64_t dts, int32_t tb_num,
 			  int32_t tb_den, bool keyframe);

@@ -322,6 +322,11 @@ void close_muxer(MuxOutput &mux, std::unique_lock<std::mutex> &lock)
 		lock.lock();
 	}
 
+	free_muxer(mux);
+}
+
+void free_muxer(MuxOutput &mux)
+{
 	if (mux.format) {
 		av_write_trailer(mux.format);
 		if (!(mux.format->oformat->flags & AVFMT_NOFILE))

@@ -105,22 +105,7 @@ void enter_reconnect_mode(MuxOutput &mux, uint64_t generation, int code)
 
 	// The peer is gone: don't let the trailer wait for it.
 	mux.abort_io = true;
-	if (mux.format) {
-		av_write_trailer(mux.format);
-		if (!(mux.format->oformat->flags & AVFMT_NOFILE))
-			avio_closep(&mux.format->pb);
-		avformat_free_context(mux.format);
-		mux.format = nullptr;
-	}
-	av_bsf_free(&mux.annexb_filter);
-	mux.video_stream = nullptr;
-	mux.audio_streams.fill(nullptr);
-	mux.first_audio_stream = nullptr;
-	mux.audio_stream_count = 0;
-	mux.last_audio_dts.fill(AV_NOPTS_VALUE);
-	mux.last_video_pts = AV_NOPTS_VALUE;
-	mux.srt_clean_start_pending = false;
-	mux.abort_io = false;
+	free_muxer(mux);
 
 	release_pending(mux);
 	mux.reconnecting = true;

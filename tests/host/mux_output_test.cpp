@@ -264,9 +264,11 @@ TEST_F(MuxOutputTest, SrtReconnectsAfterTheListenerDiesFiveTimes)
 	MuxPipeline pipeline;
 	ASSERT_TRUE(pipeline.create(listener.url(), ""));
 	ASSERT_TRUE(pipeline.start());
-	// An SRT caller learns that nobody listens only when its connect times out, and
-	// an attempt under way when the listener returns succeeds: fewer retries fail.
-	reconnect_rounds(listener, pipeline, 5, 4500, 1, [&] { return listener.recordings(); });
+	// An SRT caller learns that nobody listens only when its connect times out, an
+	// attempt under way when the listener returns succeeds, and the newest SRT
+	// library may even report a connection to nobody as made (the first write then
+	// fails): a failed retry cannot be counted on here; the RTMP test counts them.
+	reconnect_rounds(listener, pipeline, 5, 4500, 0, [&] { return listener.recordings(); });
 	EXPECT_EQ(pipeline.stop_codes(), std::vector<long long>{OBS_OUTPUT_SUCCESS});
 }
 
