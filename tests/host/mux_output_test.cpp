@@ -57,8 +57,10 @@ protected:
 	}
 
 	// Streams for `seconds`, stops, and returns what the server recorded.
+	// `tail_loss` is how much of the end may be missing: a stop discards what is still
+	// queued, and newer SRT libraries drop their own send buffer when they close.
 	static void expect_clean_recording(const RecordingInfo &info, double seconds, int width, int height,
-					   int audio_streams)
+					   int audio_streams, double tail_loss = 0.0)
 	{
 		ASSERT_TRUE(info.opened) << info.error;
 		EXPECT_EQ(info.video_codec, "h264");
@@ -72,9 +74,11 @@ protected:
 		EXPECT_TRUE(info.audio_dts_monotonic);
 		EXPECT_EQ(info.audio_streams, audio_streams);
 #if !defined(__SANITIZE_THREAD__) // timing means little under the thread sanitizer
-		EXPECT_NEAR(info.duration_seconds, seconds, seconds * 0.1);
+		EXPECT_LE(info.duration_seconds, seconds * 1.1);
+		EXPECT_GE(info.duration_seconds, seconds * 0.9 - tail_loss);
 #else
 		(void)seconds;
+		(void)tail_loss;
 #endif
 	}
 };
@@ -166,7 +170,7 @@ TEST_F(MuxOutputTest, SrtStreamStartsWithDelimiterAndIdr)
 	const auto recordings = listener.recordings();
 	ASSERT_FALSE(recordings.empty());
 	const RecordingInfo info = probe_recording(recordings.front());
-	expect_clean_recording(info, 4.0, 360, 640, 2);
+	expect_clean_recording(info, 4.0, 360, 640, 2, 1.0);
 	ASSERT_GE(info.first_video_packet.size(), 6u);
 	const std::vector<uint8_t> aud(info.first_video_packet.begin(), info.first_video_packet.begin() + 6);
 	EXPECT_EQ(aud, (std::vector<uint8_t>{0, 0, 0, 1, 0x09, 0xF0}));
