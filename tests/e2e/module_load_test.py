@@ -28,6 +28,7 @@ class ModuleLoad(unittest.TestCase):
 
         log = obs.log_text()
         for line in (f"{LOG_TAG} Loading version 1.0.0",
+                     f"{LOG_TAG} Registered output type: cv_vertical_mux_rtmp",
                      f"{LOG_TAG} Canvas initialised: 1080x1920 @ 30/1 fps",
                      f"{LOG_TAG} Runtime created: 1080x1920 @ 30/1 fps",
                      f"{LOG_TAG} Canvas : 1080x1920 @ 30/1 fps",
