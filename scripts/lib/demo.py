@@ -18,7 +18,7 @@ def main():
     with ObsSession(args.build_dir, keep=args.keep, use_display=args.display) as obs:
         print(f"OBS home: {obs.root}" + ("" if args.keep else " (removed afterwards; --keep keeps it)"))
         obs.prepare().start()
-        version = obs.request("GetVersion")
+        version = obs.wait_ready()
         print(f"obs {version.get('obsVersion')} is running on display {obs.display}")
         if not obs.wait_for_log(f"{LOG_TAG} Loaded successfully", timeout=10):
             print("The plug-in did not load; its log lines follow.", file=sys.stderr)

@@ -236,6 +236,21 @@ class ObsSession:
                     raise ObsError(f"{kind} failed: {status}")
                 return message["d"].get("responseData", {})
 
+    def wait_ready(self, timeout=60):
+        """Waits until the host answers requests, closing any message box it shows on
+        the way (newer hosts report a plug-in that refused to load in one, and are
+        "not ready" until it is closed)."""
+        deadline = time.monotonic() + timeout
+        while True:
+            try:
+                return self.request("GetVersion")
+            except ObsError:
+                if time.monotonic() > deadline:
+                    raise
+                for wid, _ in self.dialogs():
+                    self._send_delete(wid)
+                time.sleep(0.5)
+
     def wait_for_log(self, text, timeout=30):
         deadline = time.monotonic() + timeout
         while time.monotonic() < deadline:
@@ -264,7 +279,11 @@ class ObsSession:
             utf8 = d.intern_atom("UTF8_STRING")
 
             def walk(window):
-                for child in window.query_tree().children:
+                try:
+                    children = window.query_tree().children
+                except Exception:  # the window is gone already
+                    return
+                for child in children:
                     yield child
                     yield from walk(child)
 
@@ -291,6 +310,7 @@ class ObsSession:
 
     def _send_delete(self, wid):
         d = xdisplay.Display(self.display)
+        d.set_error_handler(lambda *_: None)  # the window may be gone already
         try:
             window = d.create_resource_object("window", wid)
             protocols = d.intern_atom("WM_PROTOCOLS")

@@ -23,7 +23,7 @@ class ModuleLoad(unittest.TestCase):
     def test_loads_and_unloads_cleanly(self):
         obs = self.run_obs()
         self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Loaded successfully"), obs.log_text()[-4000:])
-        version = obs.request("GetVersion")
+        version = obs.wait_ready()
         self.assertIn("obsVersion", version)
 
         log = obs.log_text()
@@ -51,7 +51,7 @@ class ModuleLoad(unittest.TestCase):
         obs = self.run_obs(profile_settings={"canvaswidth": 0})
         self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Runtime init failed — plugin will not load"),
                         obs.log_text()[-4000:])
-        obs.request("GetVersion")  # the host itself carries on
+        obs.wait_ready()  # the host itself carries on
         log = obs.log_text()
         self.assertIn(f"{LOG_TAG} Invalid canvas format 0x1920 @ 30/1 fps", log)
         self.assertNotIn(f"{LOG_TAG} Loaded successfully", log)
