@@ -260,19 +260,12 @@ int32_t open_muxer(MuxOutput &mux)
 	opening.format = nullptr;
 	mux.annexb_filter = opening.filter;
 	opening.filter = nullptr;
+	// Timestamps and start gates begin anew with every opening.
+	reset_stream_state(mux);
 	mux.video_stream = video_stream;
 	mux.audio_streams = audio_streams;
 	mux.first_audio_stream = first_audio;
 	mux.audio_stream_count = ready_count;
-	mux.last_video_dts = AV_NOPTS_VALUE;
-	mux.last_video_pts = AV_NOPTS_VALUE;
-	mux.base_pts = AV_NOPTS_VALUE;
-	mux.base_dts = AV_NOPTS_VALUE;
-	mux.first_audio_pts.fill(AV_NOPTS_VALUE);
-	mux.first_audio_dts.fill(AV_NOPTS_VALUE);
-	mux.keyframe_seen = 0;
-	mux.video_started = false;
-	mux.audio_allowed = false;
 	mux.srt_clean_start_pending = is_srt;
 	mux.clean_start_armed = !is_srt;
 
