@@ -1,28 +1,17 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <obs.h>
+#include "host_session.h"
 
-#include <cstdint>
+#include <gtest/gtest.h>
+
+#include <memory>
 #include <string>
 
 namespace cvtest {
 
-struct HostOptions {
-	bool video = true; // false: start libobs without resetting video
-	uint32_t width = 1920;
-	uint32_t height = 1080;
-	uint32_t fps_num = 60;
-	uint32_t fps_den = 1;
-	video_format format = VIDEO_FORMAT_NV12;
-	video_colorspace colorspace = VIDEO_CS_709;
-	bool encoders = true; // load the host's obs-x264 and obs-ffmpeg modules
-};
-
-// Starts real libobs in the test process (on the process's own Xvfb, OpenGL through
-// EGL), with the host's own encoder modules, and shuts it down after the test. Every
-// reference the test or the plug-in leaks shows up as a libobs allocation that is
-// still outstanding after shutdown, which fails the test.
+// Starts real libobs in the test process (see HostSession) and shuts it down after the
+// test. Every reference the test or the plug-in leaks shows up as a libobs allocation
+// that is still outstanding after shutdown, which fails the test.
 class HostTest : public ::testing::Test {
 protected:
 	virtual HostOptions host_options() const { return {}; }
@@ -44,7 +33,7 @@ protected:
 
 private:
 	std::string temp_dir_;
-	bool started_ = false;
+	std::unique_ptr<HostSession> host_;
 };
 
 } // namespace cvtest
