@@ -230,7 +230,7 @@ void fail_output(MuxOutput &mux, const char *error)
 	obs_output_signal_stop(mux.output, OBS_OUTPUT_ERROR);
 }
 
-void register_mux_output()
+obs_output_info mux_output_info()
 {
 	obs_output_info info = {};
 	info.id = kMuxOutputId;
@@ -244,6 +244,12 @@ void register_mux_output()
 	info.update = cv_mux_update;
 	info.get_defaults = cv_mux_defaults;
 	info.get_properties = cv_mux_properties;
+	return info;
+}
+
+void register_mux_output()
+{
+	const obs_output_info info = mux_output_info();
 	obs_register_output(&info);
 }
 

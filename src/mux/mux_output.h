@@ -114,6 +114,8 @@ struct MuxOutput {
 	MuxOutput &operator=(const MuxOutput &) = delete;
 };
 
+// The output type's description, as registered with the host.
+obs_output_info mux_output_info();
 // Registers the output type with the host.
 void register_mux_output();
 

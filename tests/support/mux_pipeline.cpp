@@ -41,7 +41,7 @@ MuxPipeline::~MuxPipeline()
 bool MuxPipeline::create(const std::string &server, const std::string &key)
 {
 	OBSDataAutoRelease video_settings = obs_data_create();
-	obs_data_set_int(video_settings, "bitrate", 800);
+	obs_data_set_int(video_settings, "bitrate", options_.video_kbps);
 	obs_data_set_string(video_settings, "rate_control", "CBR");
 	obs_data_set_int(video_settings, "keyint_sec", options_.keyint_sec);
 	obs_data_set_string(video_settings, "preset", "ultrafast");
@@ -70,7 +70,8 @@ bool MuxPipeline::create(const std::string &server, const std::string &key)
 	obs_data_set_string(output_settings, "key", key.c_str());
 	obs_data_set_int(output_settings, "fps_num", options_.fps_num);
 	obs_data_set_int(output_settings, "fps_den", options_.fps_den);
-	output_ = obs_output_create(cv::kMuxOutputId, "test mux", output_settings, nullptr);
+	const char *output_id = options_.output_id ? options_.output_id : cv::kMuxOutputId;
+	output_ = obs_output_create(output_id, "test mux", output_settings, nullptr);
 	if (!output_)
 		return false;
 	obs_output_set_video_encoder(output_, video_);

@@ -24,7 +24,9 @@ struct PipelineOptions {
 	uint32_t fps_den = 1;
 	size_t audio_tracks = 2;
 	int keyint_sec = 1;
+	int video_kbps = 800;
 	const char *audio_encoder = "ffmpeg_aac";
+	const char *output_id = nullptr; // the plug-in's own output type when null
 };
 
 class MuxPipeline {

@@ -326,6 +326,18 @@ void RtmpServer::kill_hard()
 	nginx_.kill_hard();
 }
 
+void RtmpServer::pause()
+{
+	if (nginx_.pid() > 0)
+		::kill(nginx_.pid(), SIGSTOP);
+}
+
+void RtmpServer::resume()
+{
+	if (nginx_.pid() > 0)
+		::kill(nginx_.pid(), SIGCONT);
+}
+
 bool RtmpServer::restart(std::string *error)
 {
 	stop();

@@ -33,6 +33,10 @@ public:
 	void stop();
 	// SIGKILL, as if the server crashed.
 	void kill_hard();
+	// SIGSTOP: connections stay open and new ones are accepted by the kernel, but
+	// nothing is read any more, so a sender's socket buffers fill up. resume() undoes it.
+	void pause();
+	void resume();
 	// Stops it when running and starts it again on the same port and record folder.
 	bool restart(std::string *error);
 	bool running();

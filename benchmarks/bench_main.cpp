@@ -1,0 +1,70 @@
+// Runs the benchmarks against real libobs in this process, with the host's own
+// encoders, on a private X server. Google Benchmark's options apply
+// (--benchmark_filter, --benchmark_repetitions, --benchmark_format=json, ...).
+// CV_BENCH_VERBOSE=1 shows the host's log.
+
+#include "timed_mux_output.h"
+
+#include "host_session.h"
+
+#include <benchmark/benchmark.h>
+#include <util/base.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <unistd.h>
+
+namespace {
+
+void quiet_log(int level, const char *format, va_list args, void *)
+{
+	if (level > LOG_WARNING && !getenv("CV_BENCH_VERBOSE"))
+		return;
+	vfprintf(stderr, format, args);
+	fputc('\n', stderr);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+	benchmark::Initialize(&argc, argv);
+	if (benchmark::ReportUnrecognizedArguments(argc, argv))
+		return 1;
+
+	base_set_log_handler(quiet_log, nullptr);
+	char pattern[] = "/tmp/cv-bench-XXXXXX";
+	if (!mkdtemp(pattern)) {
+		perror("mkdtemp");
+		return 1;
+	}
+
+	int result = 0;
+	{
+		cvtest::HostOptions options;
+		options.fps_num = 30;
+		cvtest::HostSession host;
+		std::string error;
+		if (host.start(options, pattern, &error)) {
+			cvbench::TimedMux::register_type();
+			benchmark::RunSpecifiedBenchmarks();
+		} else {
+			fprintf(stderr, "cannot start the host: %s\n", error.c_str());
+			result = 1;
+		}
+		const long outstanding = host.stop();
+		if (outstanding != 0) {
+			fprintf(stderr, "%ld libobs allocations outstanding after shutdown\n", outstanding);
+			result = 1;
+		}
+	}
+	benchmark::Shutdown();
+	cvtest::stop_process_xvfb();
+	std::filesystem::remove_all(pattern);
+	fflush(stdout);
+	fflush(stderr);
+	// As in the host tests: the system's libsrt may crash in its static destructors.
+	_exit(result);
+}
