@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace cv {
 
@@ -15,8 +16,17 @@ class VerticalCanvas;
 
 inline constexpr size_t kAudioTrackCount = 6;
 
+// "<base>_<seconds since the epoch>_<process-wide counter>": names of libobs objects
+// that stay distinct even when made within the same second.
+std::string make_unique_name(const char *base);
+
+// The encoder ids tried, in order, for a preferred encoder.
+const std::vector<const char *> &encoder_candidates(const std::string &preferred_encoder);
+
 // The vertical stream: one video encoder on the canvas, six AAC encoders on the
-// host's audio tracks and one instance of the plug-in's own muxing output.
+// host's audio tracks and one instance of the plug-in's own muxing output. Encoders
+// and output are made per start attempt, trying the encoder candidates in turn until
+// one of them gets the output running.
 class VerticalOutput {
 public:
 	VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config);
@@ -26,12 +36,20 @@ public:
 	VerticalOutput &operator=(const VerticalOutput &) = delete;
 
 	bool init();
+	// True when the output runs (or already ran).
+	bool start();
 	void stop();
 	bool is_active();
+	// Takes effect at the next start; a running stream is left as it is.
 	void update_config(const OutputConfig &config);
 
 private:
+	bool start_with_fallback();
+	bool create_video_encoder(const char *id);
+	bool create_audio_encoders();
+	bool create_output();
 	void release_all();
+	static void on_output_stop(void *data, calldata_t *calldata);
 
 	VerticalCanvas *canvas_;
 	std::string url_;
@@ -43,6 +61,7 @@ private:
 	std::array<OBSEncoderAutoRelease, kAudioTrackCount> audio_encoders_;
 	size_t audio_encoder_count_ = 0;
 	OBSOutputAutoRelease output_;
+	OBSSignal stop_signal_;
 	std::string active_encoder_;
 	bool initialised_ = false;
 	std::mutex mutex_;

@@ -15,6 +15,7 @@
 
 using cvtest::log_contains;
 using cvtest::log_count;
+using cvtest::wait_for_log;
 using cvtest::MuxPipeline;
 using cvtest::probe_recording;
 using cvtest::RecordingInfo;
@@ -35,17 +36,6 @@ size_t thread_count()
 		closedir(dir);
 	}
 	return count;
-}
-
-bool wait_for_log(const std::string &text, int timeout_ms, size_t count = 1)
-{
-	const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-	while (log_count(text) < count) {
-		if (std::chrono::steady_clock::now() > deadline)
-			return false;
-		sleep_ms(50);
-	}
-	return true;
 }
 
 class MuxOutputTest : public cvtest::HostTest {

@@ -24,23 +24,28 @@ OBSSourceAutoRelease make_audio_source(const std::string &name)
 	return obs_source_create("ffmpeg_source", name.c_str(), nullptr, nullptr);
 }
 
-OBSSceneAutoRelease make_three_band_scene(const std::string &name, uint32_t left, uint32_t middle, uint32_t right)
+OBSSceneAutoRelease make_band_scene(const std::string &name, const std::vector<uint32_t> &colours)
 {
 	obs_video_info ovi = {};
 	obs_get_video_info(&ovi);
-	const uint32_t third = ovi.base_width / 3;
+	const uint32_t count = uint32_t(colours.size());
+	const uint32_t band_width = count ? ovi.base_width / count : 0;
 	OBSSceneAutoRelease scene = obs_scene_create(name.c_str());
-	const uint32_t colours[] = {left, middle, right};
-	for (uint32_t i = 0; i < 3; i++) {
-		const uint32_t width = i < 2 ? third : ovi.base_width - 2 * third;
+	for (uint32_t i = 0; i < count; i++) {
+		const uint32_t width = i + 1 < count ? band_width : ovi.base_width - i * band_width;
 		OBSSourceAutoRelease band =
 			make_colour(name + " band " + std::to_string(i), colours[i], width, ovi.base_height);
 		obs_sceneitem_t *item = obs_scene_add(scene, band);
 		vec2 pos;
-		vec2_set(&pos, float(i * third), 0.0f);
+		vec2_set(&pos, float(i * band_width), 0.0f);
 		obs_sceneitem_set_pos(item, &pos);
 	}
 	return scene;
+}
+
+OBSSceneAutoRelease make_three_band_scene(const std::string &name, uint32_t left, uint32_t middle, uint32_t right)
+{
+	return make_band_scene(name, {left, middle, right});
 }
 
 std::vector<obs_sceneitem_t *> scene_items(obs_scene_t *scene)

@@ -15,8 +15,10 @@ OBSSourceAutoRelease make_colour(const std::string &name, uint32_t rgb, uint32_t
 // A source with audio (a media source without a file), whose mixer tracks can be set.
 OBSSourceAutoRelease make_audio_source(const std::string &name);
 
-// A public host scene (listed like the user's own scenes) whose left, middle and right
-// thirds show the three colours. Its size is the host canvas size.
+// A public host scene (listed like the user's own scenes) of the host canvas's size,
+// made of equally wide vertical bands of the given colours, left to right.
+OBSSceneAutoRelease make_band_scene(const std::string &name, const std::vector<uint32_t> &colours);
+// The same with three bands.
 OBSSceneAutoRelease make_three_band_scene(const std::string &name, uint32_t left, uint32_t middle, uint32_t right);
 
 // The items of a scene, in order (borrowed).

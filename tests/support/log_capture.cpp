@@ -2,10 +2,12 @@
 
 #include <util/base.h>
 
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <thread>
 
 namespace cvtest {
 
@@ -57,6 +59,17 @@ size_t log_count(const std::string &text)
 bool log_contains(const std::string &text)
 {
 	return log_count(text) > 0;
+}
+
+bool wait_for_log(const std::string &text, int timeout_ms, size_t count)
+{
+	const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+	while (log_count(text) < count) {
+		if (std::chrono::steady_clock::now() > deadline)
+			return false;
+		std::this_thread::sleep_for(std::chrono::milliseconds(50));
+	}
+	return true;
 }
 
 bool log_has_line(const std::string &line)

@@ -13,6 +13,8 @@ std::vector<std::string> log_lines();
 // Number of captured lines that contain `text`.
 size_t log_count(const std::string &text);
 bool log_contains(const std::string &text);
+// Waits until at least `count` captured lines contain `text`.
+bool wait_for_log(const std::string &text, int timeout_ms, size_t count = 1);
 // Whether one captured line is exactly `line`.
 bool log_has_line(const std::string &line);
 // The captured lines that contain `text`, joined by newlines (for failure messages).
