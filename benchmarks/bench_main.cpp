@@ -1,14 +1,21 @@
 // Runs the benchmarks against real libobs in this process, with the host's own
 // encoders, on a private X server. Google Benchmark's options apply
 // (--benchmark_filter, --benchmark_repetitions, --benchmark_format=json, ...).
-// CV_BENCH_VERBOSE=1 shows the host's log.
+// The host's log is shown only with CV_BENCH_VERBOSE=1.
 
+#include "bench_service.h"
 #include "timed_mux_output.h"
+
+#include "mux/mux_output.h"
 
 #include "host_session.h"
 
 #include <benchmark/benchmark.h>
 #include <util/base.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
 
 #include <cstdarg>
 #include <cstdio>
@@ -20,7 +27,8 @@ namespace {
 
 void quiet_log(int level, const char *format, va_list args, void *)
 {
-	if (level > LOG_WARNING && !getenv("CV_BENCH_VERBOSE"))
+	(void)level;
+	if (!getenv("CV_BENCH_VERBOSE"))
 		return;
 	vfprintf(stderr, format, args);
 	fputc('\n', stderr);
@@ -35,6 +43,8 @@ int main(int argc, char **argv)
 		return 1;
 
 	base_set_log_handler(quiet_log, nullptr);
+	if (!getenv("CV_BENCH_VERBOSE"))
+		av_log_set_level(AV_LOG_QUIET);
 	char pattern[] = "/tmp/cv-bench-XXXXXX";
 	if (!mkdtemp(pattern)) {
 		perror("mkdtemp");
@@ -45,10 +55,13 @@ int main(int argc, char **argv)
 	{
 		cvtest::HostOptions options;
 		options.fps_num = 30;
+		options.outputs = true;
 		cvtest::HostSession host;
 		std::string error;
 		if (host.start(options, pattern, &error)) {
+			cv::register_mux_output();
 			cvbench::TimedMux::register_type();
+			cvbench::register_bench_service();
 			benchmark::RunSpecifiedBenchmarks();
 		} else {
 			fprintf(stderr, "cannot start the host: %s\n", error.c_str());

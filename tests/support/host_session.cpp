@@ -120,6 +120,8 @@ bool HostSession::start(const HostOptions &options, const std::string &config_ro
 		return false;
 	if (options.encoders && (!load_host_module("obs-x264", error) || !load_host_module("obs-ffmpeg", error)))
 		return false;
+	if (options.outputs && !load_host_module("obs-outputs", error))
+		return false;
 
 	// The plug-in finds its config folder through its module handle; a stub module of
 	// the same name gives it a real one.

@@ -16,6 +16,7 @@ struct HostOptions {
 	video_format format = VIDEO_FORMAT_NV12;
 	video_colorspace colorspace = VIDEO_CS_709;
 	bool encoders = true; // load the host's obs-x264 and obs-ffmpeg modules
+	bool outputs = false; // load the host's obs-outputs module (its own RTMP output)
 };
 
 // Real libobs in this process, on the process's own Xvfb (OpenGL through EGL), with the

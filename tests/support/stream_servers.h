@@ -112,34 +112,4 @@ private:
 	ChildProcess receiver_;
 };
 
-// A TCP listener that accepts connections and reads nothing from them until resume(),
-// with a small receive buffer so a sender fills it quickly and then blocks.
-class StalledServer {
-public:
-	StalledServer() = default;
-	~StalledServer();
-	StalledServer(const StalledServer &) = delete;
-	StalledServer &operator=(const StalledServer &) = delete;
-
-	bool start(std::string *error);
-	void stop();
-	// From now on everything received is read and discarded.
-	void resume();
-
-	uint16_t port() const { return port_; }
-	int connections_accepted() const { return accepted_.load(); }
-	uint64_t bytes_discarded() const { return discarded_.load(); }
-
-private:
-	void run();
-
-	uint16_t port_ = 0;
-	int listen_fd_ = -1;
-	int wake_[2] = {-1, -1};
-	std::thread thread_;
-	std::atomic<bool> resumed_{false};
-	std::atomic<int> accepted_{0};
-	std::atomic<uint64_t> discarded_{0};
-};
-
 } // namespace cvtest
