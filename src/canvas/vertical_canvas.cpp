@@ -36,6 +36,7 @@ VerticalCanvas::VerticalCanvas(const CanvasConfig &config)
 VerticalCanvas::~VerticalCanvas()
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 	if (initialised_)
 		teardown();
 	scenes_.clear();
@@ -44,6 +45,7 @@ VerticalCanvas::~VerticalCanvas()
 bool VerticalCanvas::init()
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 
 	if (initialised_) {
 		blog(LOG_WARNING, "[%s] VerticalCanvas already initialised", kLogTag);
@@ -100,6 +102,7 @@ bool VerticalCanvas::init()
 void VerticalCanvas::shutdown()
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 	if (initialised_)
 		teardown();
 }
@@ -130,6 +133,7 @@ void VerticalCanvas::teardown()
 bool VerticalCanvas::create_scene(const std::string &name)
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 	return create_scene_unlocked(name);
 }
 
@@ -158,6 +162,7 @@ bool VerticalCanvas::create_scene_unlocked(const std::string &name)
 bool VerticalCanvas::remove_scene(const std::string &name)
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 
 	const int32_t index = find_index(name);
 	if (index < 0) {
@@ -192,6 +197,7 @@ bool VerticalCanvas::remove_scene(const std::string &name)
 bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string &new_name)
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 
 	if (old_name == new_name)
 		return true;
@@ -214,6 +220,7 @@ bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string
 bool VerticalCanvas::set_active_scene(const std::string &name)
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 
 	const int32_t index = find_index(name);
 	if (index < 0) {
@@ -233,6 +240,7 @@ bool VerticalCanvas::set_active_scene(const std::string &name)
 bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const std::string &source_name)
 {
 	std::lock_guard lock(mutex_);
+	const PreviewSourceRefresh refresh(*this);
 
 	VerticalScene *entry = find_scene(scene_name);
 	if (!entry) {
@@ -292,12 +300,20 @@ std::string VerticalCanvas::scene_source_name(const std::string &scene_name)
 	return entry ? entry->source_name : std::string();
 }
 
-obs_source_t *VerticalCanvas::active_source() const
+OBSSource VerticalCanvas::active_source() const
+{
+	std::lock_guard lock(preview_mutex_);
+	OBSSourceAutoRelease source = obs_weak_source_get_source(preview_source_);
+	return OBSSource(source.Get());
+}
+
+void VerticalCanvas::update_preview_source()
 {
 	const int32_t index = active_index_;
-	if (index >= 0 && size_t(index) < scenes_.size())
-		return scenes_[size_t(index)].source;
-	return nullptr;
+	obs_source_t *source = index >= 0 && size_t(index) < scenes_.size() ? scenes_[size_t(index)].source.Get() : nullptr;
+	OBSWeakSourceAutoRelease weak = obs_source_get_weak_source(source);
+	std::lock_guard lock(preview_mutex_);
+	preview_source_ = weak.Get();
 }
 
 VerticalScene *VerticalCanvas::find_scene(const std::string &name)

@@ -58,8 +58,10 @@ public:
 	// Empty when the scene does not exist or has no source assigned.
 	std::string scene_source_name(const std::string &scene_name);
 
-	// Read without the lock by the preview's draw callback; borrowed pointer.
-	obs_source_t *active_source() const;
+	// The host scene the active vertical scene shows (null when none), for the preview's
+	// draw callback on the graphics thread. It takes only a lock of its own, never the
+	// canvas lock, which is held around libobs calls that may wait for that thread.
+	OBSSource active_source() const;
 
 private:
 	void teardown();
@@ -86,6 +88,17 @@ private:
 	int32_t active_index_ = -1;
 	bool initialised_ = false;
 	std::mutex mutex_;
+
+	// Refreshed at the end of every locked operation that may change the active
+	// assignment.
+	void update_preview_source();
+	struct PreviewSourceRefresh {
+		VerticalCanvas &canvas;
+		explicit PreviewSourceRefresh(VerticalCanvas &owner) : canvas(owner) {}
+		~PreviewSourceRefresh() { canvas.update_preview_source(); }
+	};
+	mutable std::mutex preview_mutex_;
+	OBSWeakSource preview_source_;
 };
 
 } // namespace cv

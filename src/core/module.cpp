@@ -5,7 +5,10 @@
 #include "settings_store.h"
 
 #include "mux/mux_output.h"
+#include "mux/stream_url.h"
+#include "ui/settings_dialog.h"
 
+#include <obs-frontend-api.h>
 #include <obs-module.h>
 
 #include <mutex>
@@ -18,6 +21,7 @@ namespace {
 
 constexpr const char *kVersion = "1.0.0";
 const std::string kRule(60, '=');
+constexpr const char *kSettingsMenuItem = "Corvane Vertical Streaming Settings";
 
 } // namespace
 
@@ -51,9 +55,11 @@ bool obs_module_load(void)
 		return false;
 	}
 
+	obs_frontend_add_tools_menu_item(
+		kSettingsMenuItem, [](void *) { open_settings_dialog(); }, nullptr);
 	blog(LOG_INFO, "[%s] Loaded successfully", kLogTag);
 	blog(LOG_INFO, "[%s] Canvas : %ux%u @ %u/%u fps", kLogTag, canvaswidth(), canvasheight(), fpsnum(), fpsden());
-	blog(LOG_INFO, "[%s] RTMP : %s", kLogTag, rtmpurl());
+	blog(LOG_INFO, "[%s] RTMP : %s", kLogTag, mask_url_for_log(rtmpurl(), streamkey()).c_str());
 	blog(LOG_INFO, "[%s] Bitrate: %u kbps", kLogTag, videobitrate());
 	blog(LOG_INFO, "[%s] Auto-start with main: %s", kLogTag, autostartwithmain() ? "yes" : "no");
 	blog(LOG_INFO, "[%s] %s", kLogTag, kRule.c_str());

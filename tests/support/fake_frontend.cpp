@@ -1,12 +1,23 @@
 #include "fake_frontend.h"
 
 #include <obs-frontend-api.h>
+#include <obs.h>
 #include <util/bmem.h>
 
 namespace cvtest::frontend {
 
 namespace {
+
+struct MenuItem {
+	std::string name;
+	obs_frontend_cb callback;
+	void *data;
+};
+
 std::string profile_dir;
+void *main_window = nullptr;
+std::vector<MenuItem> menu_items;
+
 } // namespace
 
 void set_profile_dir(const std::string &dir)
@@ -14,9 +25,35 @@ void set_profile_dir(const std::string &dir)
 	profile_dir = dir;
 }
 
+void set_main_window(void *window)
+{
+	main_window = window;
+}
+
 void reset()
 {
 	profile_dir.clear();
+	main_window = nullptr;
+	menu_items.clear();
+}
+
+std::vector<std::string> tools_menu_items()
+{
+	std::vector<std::string> names;
+	for (const MenuItem &item : menu_items)
+		names.push_back(item.name);
+	return names;
+}
+
+bool trigger_tools_menu_item(const std::string &name)
+{
+	for (const MenuItem &item : menu_items) {
+		if (item.name == name) {
+			item.callback(item.data);
+			return true;
+		}
+	}
+	return false;
 }
 
 } // namespace cvtest::frontend
@@ -25,4 +62,31 @@ char *obs_frontend_get_current_profile_path(void)
 {
 	const std::string &dir = cvtest::frontend::profile_dir;
 	return dir.empty() ? nullptr : bstrdup(dir.c_str());
+}
+
+void *obs_frontend_get_main_window(void)
+{
+	return cvtest::frontend::main_window;
+}
+
+void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback, void *private_data)
+{
+	cvtest::frontend::menu_items.push_back({name, callback, private_data});
+}
+
+// The host's public scenes, in the order libobs holds them, each with a new reference.
+void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
+{
+	std::vector<obs_source_t *> scenes;
+	obs_enum_scenes(
+		[](void *param, obs_source_t *scene) {
+			static_cast<std::vector<obs_source_t *> *>(param)->push_back(obs_source_get_ref(scene));
+			return true;
+		},
+		&scenes);
+	sources->sources.array = static_cast<obs_source_t **>(bmalloc(sizeof(obs_source_t *) * (scenes.size() + 1)));
+	for (size_t i = 0; i < scenes.size(); i++)
+		sources->sources.array[i] = scenes[i];
+	sources->sources.num = scenes.size();
+	sources->sources.capacity = scenes.size() + 1;
 }

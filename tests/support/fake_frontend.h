@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 // A stand-in for the host program's front-end API, for host tests that run libobs
 // without the real program. The test decides what the front end reports.
@@ -8,6 +9,12 @@ namespace cvtest::frontend {
 
 // Directory reported as the current profile's; empty makes the front end answer null.
 void set_profile_dir(const std::string &dir);
+// What obs_frontend_get_main_window reports (a QWidget*), null by default.
+void set_main_window(void *window);
 void reset();
+
+// The Tools menu: names of the items added, and running one of them by name.
+std::vector<std::string> tools_menu_items();
+bool trigger_tools_menu_item(const std::string &name);
 
 } // namespace cvtest::frontend

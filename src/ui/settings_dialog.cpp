@@ -1,0 +1,180 @@
+#include "settings_dialog.h"
+
+#include "core/settings_store.h"
+
+#include <obs-frontend-api.h>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QVBoxLayout>
+
+namespace cv {
+
+namespace {
+
+constexpr int kFallbackPresetIndex = 2; // "veryfast"
+
+QSpinBox *make_spin(QWidget *parent, int minimum, int maximum, int step, const char *suffix)
+{
+	auto *spin = new QSpinBox(parent);
+	spin->setRange(minimum, maximum);
+	spin->setSingleStep(step);
+	if (suffix)
+		spin->setSuffix(suffix);
+	return spin;
+}
+
+QFormLayout *add_group(QVBoxLayout *main, QWidget *parent, const char *title)
+{
+	auto *group = new QGroupBox(title, parent);
+	auto *form = new QFormLayout(group);
+	form->setSpacing(8);
+	main->addWidget(group, 0);
+	return form;
+}
+
+int clamp_to_int(uint32_t value)
+{
+	return value > uint32_t(INT32_MAX) ? INT32_MAX : int(value);
+}
+
+} // namespace
+
+SettingsDialog::SettingsDialog(QWidget *parent) : QDialog(parent)
+{
+	setWindowTitle(QString::fromUtf8("Vertical Canvas \u2014 Settings"));
+	setMinimumWidth(440);
+	setModal(true);
+	build();
+	load();
+}
+
+void SettingsDialog::build()
+{
+	auto *main = new QVBoxLayout(this);
+	main->setSpacing(12);
+	main->setContentsMargins(16, 16, 16, 16);
+
+	QFormLayout *stream = add_group(main, this, "Stream");
+	urlEdit = new QLineEdit(this);
+	urlEdit->setPlaceholderText("rtmp://live.twitch.tv/app");
+	stream->addRow("RTMP URL:", urlEdit);
+	auto *keyRow = new QHBoxLayout;
+	keyEdit = new QLineEdit(this);
+	keyEdit->setEchoMode(QLineEdit::Password);
+	keyEdit->setPlaceholderText("your-stream-key");
+	keyToggle = new QPushButton("Show", this);
+	keyToggle->setCheckable(true);
+	keyToggle->setFixedWidth(52);
+	connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
+	keyRow->addWidget(keyEdit);
+	keyRow->addWidget(keyToggle);
+	stream->addRow("Stream Key:", keyRow);
+
+	QFormLayout *encoding = add_group(main, this, "Encoding");
+	bitrateSpin = make_spin(this, 500, 51000, 100, " kbps");
+	encoding->addRow("Video Bitrate:", bitrateSpin);
+	presetCombo = new QComboBox(this);
+	presetCombo->addItems(
+		{"ultrafast", "superfast", "veryfast", "faster", "fast", "medium", "slow", "slower", "veryslow"});
+	encoding->addRow("Encoder Preset:", presetCombo);
+
+	QFormLayout *canvas = add_group(main, this, "Canvas");
+	widthSpin = make_spin(this, 16, 7680, 2, " px");
+	canvas->addRow("Width:", widthSpin);
+	heightSpin = make_spin(this, 16, 7680, 2, " px");
+	canvas->addRow("Height:", heightSpin);
+	auto *fpsRow = new QHBoxLayout;
+	fpsNumSpin = make_spin(this, 1, 240, 1, nullptr);
+	auto *slash = new QLabel("/", this);
+	slash->setFixedWidth(12);
+	slash->setAlignment(Qt::AlignCenter);
+	fpsDenSpin = make_spin(this, 1, 1000, 1, nullptr);
+	fpsRow->addWidget(fpsNumSpin);
+	fpsRow->addWidget(slash);
+	fpsRow->addWidget(fpsDenSpin);
+	canvas->addRow("FPS (num / den):", fpsRow);
+	auto *canvasNote = new QLabel(
+		"<small><i>Canvas size and FPS changes take effect after restarting the vertical output.</i></small>",
+		this);
+	canvasNote->setWordWrap(true);
+	canvas->addRow(canvasNote);
+
+	QFormLayout *behaviour = add_group(main, this, "Behaviour");
+	autoStartCheck = new QCheckBox("Auto-start when main stream starts", this);
+	behaviour->addRow(autoStartCheck);
+	sceneAudioCheck = new QCheckBox("Use audio from active vertical scene", this);
+	behaviour->addRow(sceneAudioCheck);
+	auto *audioNote = new QLabel("Audio source changes take effect after restarting the vertical output.", this);
+	audioNote->setWordWrap(true);
+	behaviour->addRow(audioNote);
+
+	auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
+	connect(buttons, &QDialogButtonBox::accepted, this, &SettingsDialog::on_save_clicked);
+	connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+	main->addWidget(buttons);
+}
+
+void SettingsDialog::load()
+{
+	urlEdit->setText(QString::fromUtf8(rtmpurl()));
+	keyEdit->setText(QString::fromUtf8(streamkey()));
+	bitrateSpin->setValue(clamp_to_int(videobitrate()));
+	widthSpin->setValue(clamp_to_int(canvaswidth()));
+	heightSpin->setValue(clamp_to_int(canvasheight()));
+	fpsNumSpin->setValue(clamp_to_int(fpsnum()));
+	fpsDenSpin->setValue(clamp_to_int(fpsden()));
+	autoStartCheck->setChecked(autostartwithmain());
+	sceneAudioCheck->setChecked(useactivesceneaudio());
+	const int preset =
+		presetCombo->findText(QString::fromUtf8(encoderpreset()), Qt::MatchExactly | Qt::MatchCaseSensitive);
+	presetCombo->setCurrentIndex(preset >= 0 ? preset : kFallbackPresetIndex);
+}
+
+void SettingsDialog::on_toggle_key_visibility()
+{
+	const bool shown = keyToggle->isChecked();
+	keyEdit->setEchoMode(shown ? QLineEdit::Normal : QLineEdit::Password);
+	keyToggle->setText(shown ? "Hide" : "Show");
+}
+
+void SettingsDialog::on_save_clicked()
+{
+	if (urlEdit->text().trimmed().isEmpty()) {
+		QMessageBox::warning(this, "Validation", "RTMP URL cannot be empty.", QMessageBox::Ok);
+		return;
+	}
+	// Stored as typed: only the emptiness test trims.
+	set_rtmpurl(urlEdit->text().toUtf8().constData());
+	set_streamkey(keyEdit->text().toUtf8().constData());
+	set_videobitrate(uint32_t(bitrateSpin->value()));
+	set_canvaswidth(uint32_t(widthSpin->value()));
+	set_canvasheight(uint32_t(heightSpin->value()));
+	set_fpsnum(uint32_t(fpsNumSpin->value()));
+	set_fpsden(uint32_t(fpsDenSpin->value()));
+	set_autostartwithmain(autoStartCheck->isChecked());
+	set_encoderpreset(presetCombo->currentText().toUtf8().constData());
+	set_useactivesceneaudio(sceneAudioCheck->isChecked());
+	save_profile_config();
+	accept();
+}
+
+void open_settings_dialog(QWidget *parent)
+{
+	if (!parent)
+		parent = static_cast<QWidget *>(obs_frontend_get_main_window());
+	auto *dialog = new SettingsDialog(parent);
+	dialog->setAttribute(Qt::WA_DeleteOnClose);
+	dialog->exec();
+}
+
+} // namespace cv

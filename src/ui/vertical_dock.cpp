@@ -1,0 +1,318 @@
+#include "vertical_dock.h"
+
+#include "scene_config_dialog.h"
+#include "vertical_preview.h"
+
+#include "canvas/vertical_canvas.h"
+#include "core/scene_list_store.h"
+#include "output/vertical_output.h"
+
+#include <obs-module.h>
+
+#include <QFont>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QInputDialog>
+#include <QLabel>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace cv {
+
+namespace {
+
+constexpr const char *kQuietStyle = "font-size: 11px; color: #888;";
+constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-weight: bold;";
+
+std::string utf8(const QString &text)
+{
+	return text.toUtf8().toStdString();
+}
+
+QString from_utf8(const std::string &text)
+{
+	return QString::fromUtf8(text.c_str(), int(text.size()));
+}
+
+QPushButton *make_button(QWidget *parent, const char *text, const char *tip)
+{
+	auto *button = new QPushButton(QString::fromUtf8(text), parent);
+	button->setToolTip(QString::fromUtf8(tip));
+	return button;
+}
+
+QString exists_message(const QString &typed)
+{
+	return "A scene named \"" + typed + "\" already exists.";
+}
+
+} // namespace
+
+VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, QWidget *parent)
+	: QWidget(parent),
+	  canvas(dockCanvas),
+	  output(dockOutput)
+{
+	setObjectName("CorvaneVerticalCanvasDock");
+	setWindowTitle("Vertical Canvas");
+	setMinimumWidth(270);
+	setMaximumWidth(540);
+
+	auto *main = new QVBoxLayout(this);
+	main->setContentsMargins(4, 4, 4, 4);
+	main->setSpacing(4);
+
+	sceneLabel = new QLabel("Vertical Canvas", this);
+	sceneLabel->setAlignment(Qt::AlignCenter);
+	sceneLabel->setStyleSheet("font-size: 11px; color: #aaa;");
+	main->addWidget(sceneLabel);
+
+	auto *previewBox = new QWidget(this);
+	previewBox->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
+	previewBox->setStyleSheet("background: #181818;");
+	auto *previewRow = new QHBoxLayout(previewBox);
+	previewRow->setContentsMargins(0, 0, 0, 0);
+	previewRow->setSpacing(0);
+	preview = new VerticalPreviewWidget(canvas, previewBox);
+	previewRow->addStretch();
+	previewRow->addWidget(preview);
+	previewRow->addStretch();
+	main->addWidget(previewBox, 1);
+
+	auto *scenesHeader = new QLabel("Scenes", this);
+	scenesHeader->setStyleSheet(kQuietStyle);
+	main->addWidget(scenesHeader);
+
+	sceneList = new QListWidget(this);
+	sceneList->setFixedHeight(84);
+	sceneList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+	sceneList->setStyleSheet(
+		"QListWidget { font-size: 12px; }QListWidget::item:selected { background: #2a6099; color: white; }");
+	connect(sceneList, &QListWidget::itemClicked, this, &VerticalDock::onSceneItemClicked);
+	main->addWidget(sceneList);
+
+	auto *sceneButtons = new QGridLayout;
+	sceneButtons->setSpacing(4);
+	sceneButtons->setContentsMargins(0, 0, 0, 0);
+	addButton = make_button(this, "+ Add", "Add a new vertical scene");
+	removeButton = make_button(this, "- Remove", "Remove selected scene");
+	renameButton = make_button(this, "Rename", "Rename selected scene");
+	assignButton = make_button(this, "Assign OBS Scene",
+				   "Assign an OBS scene to this vertical slot. Build your 9:16 layout in OBS's scene "
+				   "editor -- changes appear live.");
+	sceneButtons->addWidget(addButton, 0, 0);
+	sceneButtons->addWidget(removeButton, 0, 1);
+	sceneButtons->addWidget(renameButton, 1, 0);
+	sceneButtons->addWidget(assignButton, 1, 1);
+	connect(addButton, &QPushButton::clicked, this, &VerticalDock::onAddScene);
+	connect(removeButton, &QPushButton::clicked, this, &VerticalDock::onRemoveScene);
+	connect(renameButton, &QPushButton::clicked, this, &VerticalDock::onRenameScene);
+	connect(assignButton, &QPushButton::clicked, this, &VerticalDock::onConfigureScene);
+	main->addLayout(sceneButtons);
+
+	auto *streamButtons = new QHBoxLayout;
+	streamButtons->setSpacing(6);
+	startButton = make_button(this, "Start", "Start vertical stream");
+	stopButton = make_button(this, "Stop", "Stop vertical stream");
+	connect(startButton, &QPushButton::clicked, this, &VerticalDock::onStartClicked);
+	connect(stopButton, &QPushButton::clicked, this, &VerticalDock::onStopClicked);
+	streamButtons->addWidget(startButton);
+	streamButtons->addWidget(stopButton);
+	main->addLayout(streamButtons);
+
+	statusLabel = new QLabel("Stopped", this);
+	statusLabel->setAlignment(Qt::AlignCenter);
+	statusLabel->setStyleSheet(kQuietStyle);
+	main->addWidget(statusLabel);
+
+	statusTimer = new QTimer(this);
+	statusTimer->setInterval(500);
+	connect(statusTimer, &QTimer::timeout, this, &VerticalDock::onStatusTick);
+	statusTimer->start();
+
+	onStatusTick();
+}
+
+void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutput)
+{
+	canvas = newCanvas;
+	output = newOutput;
+	if (preview && preview->currentCanvas() != newCanvas) {
+		preview->setCanvas(newCanvas);
+		preview->update();
+	}
+	refreshSceneList();
+	onStatusTick();
+}
+
+void VerticalDock::refreshSceneList()
+{
+	sceneList->blockSignals(true);
+	sceneList->clear();
+	sceneList->blockSignals(false);
+
+	if (!canvas) {
+		sceneLabel->setText("No active scene");
+		for (QPushButton *button : {addButton, removeButton, renameButton, assignButton}) {
+			if (button)
+				button->setEnabled(false);
+		}
+		return;
+	}
+
+	if (addButton)
+		addButton->setEnabled(true);
+	const std::vector<std::string> names = canvas->scene_names();
+	const std::string active = canvas->active_scene_name();
+	sceneList->blockSignals(true);
+	for (const std::string &name : names) {
+		const std::string assigned = canvas->scene_source_name(name);
+		const QString suffix = assigned.empty() ? QString() : " [" + from_utf8(assigned) + "]";
+		const bool isActive = name == active;
+		const QString prefix = isActive ? QString::fromUtf8("\u25BA ") : QString(" ");
+		auto *item = new QListWidgetItem(prefix + from_utf8(name) + suffix, sceneList);
+		item->setData(Qt::UserRole, from_utf8(name));
+		if (isActive) {
+			QFont font = item->font();
+			font.setWeight(QFont::Bold); // 700 on Qt 6's scale, 75 on Qt 5's
+
+			item->setFont(font);
+			sceneList->setCurrentItem(item);
+		}
+	}
+	sceneList->blockSignals(false);
+
+	for (QPushButton *button : {removeButton, renameButton, assignButton}) {
+		if (button)
+			button->setEnabled(!names.empty());
+	}
+	sceneLabel->setText(active.empty() ? QString("No active scene") : "Scene: " + from_utf8(active));
+}
+
+void VerticalDock::onActiveSceneChanged(QString sceneName)
+{
+	sceneLabel->setText(sceneName.isEmpty() ? QString("No active scene") : "Scene: " + sceneName);
+}
+
+void VerticalDock::onSceneItemClicked(QListWidgetItem *item)
+{
+	if (!canvas || !item)
+		return;
+	// Not saved here: the active scene goes into the file with the next save.
+	canvas->set_active_scene(utf8(item->data(Qt::UserRole).toString()));
+	refreshSceneList();
+}
+
+void VerticalDock::onAddScene()
+{
+	if (!canvas)
+		return;
+	bool ok = false;
+	const QString typed =
+		QInputDialog::getText(this, "Add Scene", "Scene name:", QLineEdit::Normal, QString(), &ok);
+	const QString name = typed.trimmed();
+	if (!ok || name.isEmpty())
+		return;
+	if (canvas->create_scene(utf8(name))) {
+		refreshSceneList();
+		save_scene_list_locked();
+	} else {
+		QMessageBox::warning(this, "Add Scene", exists_message(typed), QMessageBox::Ok);
+	}
+}
+
+void VerticalDock::onRemoveScene()
+{
+	const QString name = currentSceneName();
+	if (!canvas || name.isEmpty())
+		return;
+	const auto answer = QMessageBox::question(this, "Remove Scene",
+						  "Remove scene \"" + name + "\"? This cannot be undone.",
+						  QMessageBox::Yes | QMessageBox::Cancel);
+	if (answer != QMessageBox::Yes)
+		return;
+	canvas->remove_scene(utf8(name));
+	refreshSceneList();
+	save_scene_list_locked();
+}
+
+void VerticalDock::onRenameScene()
+{
+	const QString oldName = currentSceneName();
+	if (!canvas || oldName.isEmpty())
+		return;
+	bool ok = false;
+	const QString typed = QInputDialog::getText(this, "Rename Scene", "New name:", QLineEdit::Normal, oldName, &ok);
+	const QString newName = typed.trimmed();
+	if (!ok || newName.isEmpty() || newName == oldName)
+		return;
+	if (canvas->rename_scene(utf8(oldName), utf8(newName))) {
+		refreshSceneList();
+		save_scene_list_locked();
+	} else {
+		QMessageBox::warning(this, "Rename Scene", exists_message(typed), QMessageBox::Ok);
+	}
+}
+
+void VerticalDock::onConfigureScene()
+{
+	if (!canvas)
+		return;
+	const QString name = currentSceneName();
+	if (name.isEmpty()) {
+		QMessageBox::information(this, "Configure Scene", "Select a scene from the list first.",
+					 QMessageBox::Ok);
+		return;
+	}
+	const QString current = from_utf8(canvas->scene_source_name(utf8(name)));
+	SceneConfigDialog dialog(name, current, this);
+	if (dialog.exec() != QDialog::Accepted)
+		return;
+	canvas->assign_scene_source(utf8(name), utf8(dialog.selectedSource()));
+	refreshSceneList();
+	save_scene_list_locked();
+}
+
+void VerticalDock::onStartClicked()
+{
+	if (!output)
+		return;
+	if (!output->start())
+		blog(LOG_WARNING, "[corvane] Dock: failed to start vertical output");
+	onStatusTick();
+}
+
+void VerticalDock::onStopClicked()
+{
+	if (!output)
+		return;
+	output->stop();
+	onStatusTick();
+}
+
+void VerticalDock::onStatusTick()
+{
+	if (!output) {
+		statusLabel->setText("No output");
+		statusLabel->setStyleSheet(kQuietStyle);
+		startButton->setEnabled(false);
+		stopButton->setEnabled(false);
+		return;
+	}
+	const bool active = output->is_active();
+	startButton->setEnabled(!active);
+	stopButton->setEnabled(active);
+	statusLabel->setText(active ? "Streaming" : "Stopped");
+	statusLabel->setStyleSheet(active ? kStreamingStyle : kQuietStyle);
+}
+
+QString VerticalDock::currentSceneName() const
+{
+	const QListWidgetItem *item = sceneList ? sceneList->currentItem() : nullptr;
+	return item ? item->data(Qt::UserRole).toString() : QString();
+}
+
+} // namespace cv
