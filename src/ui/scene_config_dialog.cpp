@@ -27,6 +27,7 @@ SceneConfigDialog::SceneConfigDialog(const QString &sceneName, const QString &cu
 	layout->addWidget(hint);
 
 	sourceList = new QListWidget(this);
+	sourceList->setObjectName("sourceList");
 	auto *none = new QListWidgetItem("(None)", sourceList);
 	none->setData(Qt::UserRole, QString());
 	if (currentSource.isEmpty())

@@ -118,6 +118,19 @@ void SettingsDialog::build()
 	audioNote->setWordWrap(true);
 	behaviour->addRow(audioNote);
 
+	// Named after their members, for automation and style sheets.
+	urlEdit->setObjectName("urlEdit");
+	keyEdit->setObjectName("keyEdit");
+	keyToggle->setObjectName("keyToggle");
+	bitrateSpin->setObjectName("bitrateSpin");
+	widthSpin->setObjectName("widthSpin");
+	heightSpin->setObjectName("heightSpin");
+	fpsNumSpin->setObjectName("fpsNumSpin");
+	fpsDenSpin->setObjectName("fpsDenSpin");
+	autoStartCheck->setObjectName("autoStartCheck");
+	sceneAudioCheck->setObjectName("sceneAudioCheck");
+	presetCombo->setObjectName("presetCombo");
+
 	auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
 	connect(buttons, &QDialogButtonBox::accepted, this, &SettingsDialog::on_save_clicked);
 	connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

@@ -128,6 +128,17 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	statusLabel->setStyleSheet(kQuietStyle);
 	main->addWidget(statusLabel);
 
+	// Named after their members, for automation and style sheets.
+	sceneLabel->setObjectName("sceneLabel");
+	sceneList->setObjectName("sceneList");
+	addButton->setObjectName("addButton");
+	removeButton->setObjectName("removeButton");
+	renameButton->setObjectName("renameButton");
+	assignButton->setObjectName("assignButton");
+	startButton->setObjectName("startButton");
+	stopButton->setObjectName("stopButton");
+	statusLabel->setObjectName("statusLabel");
+
 	statusTimer = new QTimer(this);
 	statusTimer->setInterval(500);
 	connect(statusTimer, &QTimer::timeout, this, &VerticalDock::onStatusTick);

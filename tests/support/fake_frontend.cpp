@@ -4,6 +4,8 @@
 #include <obs.h>
 #include <util/bmem.h>
 
+#include <algorithm>
+
 namespace cvtest::frontend {
 
 namespace {
@@ -74,7 +76,8 @@ void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback
 	cvtest::frontend::menu_items.push_back({name, callback, private_data});
 }
 
-// The host's public scenes, in the order libobs holds them, each with a new reference.
+// The host's public scenes in the order they were made (libobs lists the newest
+// first), each with a new reference.
 void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 {
 	std::vector<obs_source_t *> scenes;
@@ -84,6 +87,7 @@ void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 			return true;
 		},
 		&scenes);
+	std::reverse(scenes.begin(), scenes.end());
 	sources->sources.array = static_cast<obs_source_t **>(bmalloc(sizeof(obs_source_t *) * (scenes.size() + 1)));
 	for (size_t i = 0; i < scenes.size(); i++)
 		sources->sources.array[i] = scenes[i];
