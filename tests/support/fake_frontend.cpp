@@ -4,8 +4,6 @@
 #include <obs.h>
 #include <util/bmem.h>
 
-#include <algorithm>
-
 namespace cvtest::frontend {
 
 namespace {
@@ -19,12 +17,20 @@ struct MenuItem {
 std::string profile_dir;
 void *main_window = nullptr;
 std::vector<MenuItem> menu_items;
+std::vector<std::string> scene_order;
+bool scene_order_set = false;
 
 } // namespace
 
 void set_profile_dir(const std::string &dir)
 {
 	profile_dir = dir;
+}
+
+void set_scene_order(const std::vector<std::string> &names)
+{
+	scene_order = names;
+	scene_order_set = true;
 }
 
 void set_main_window(void *window)
@@ -37,6 +43,8 @@ void reset()
 	profile_dir.clear();
 	main_window = nullptr;
 	menu_items.clear();
+	scene_order.clear();
+	scene_order_set = false;
 }
 
 std::vector<std::string> tools_menu_items()
@@ -76,18 +84,23 @@ void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback
 	cvtest::frontend::menu_items.push_back({name, callback, private_data});
 }
 
-// The host's public scenes in the order they were made (libobs lists the newest
-// first), each with a new reference.
+// The host's scenes, each with a new reference.
 void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 {
 	std::vector<obs_source_t *> scenes;
-	obs_enum_scenes(
-		[](void *param, obs_source_t *scene) {
-			static_cast<std::vector<obs_source_t *> *>(param)->push_back(obs_source_get_ref(scene));
-			return true;
-		},
-		&scenes);
-	std::reverse(scenes.begin(), scenes.end());
+	if (cvtest::frontend::scene_order_set) {
+		for (const std::string &name : cvtest::frontend::scene_order) {
+			if (obs_source_t *source = obs_get_source_by_name(name.c_str()))
+				scenes.push_back(source);
+		}
+	} else {
+		obs_enum_scenes(
+			[](void *param, obs_source_t *scene) {
+				static_cast<std::vector<obs_source_t *> *>(param)->push_back(obs_source_get_ref(scene));
+				return true;
+			},
+			&scenes);
+	}
 	sources->sources.array = static_cast<obs_source_t **>(bmalloc(sizeof(obs_source_t *) * (scenes.size() + 1)));
 	for (size_t i = 0; i < scenes.size(); i++)
 		sources->sources.array[i] = scenes[i];

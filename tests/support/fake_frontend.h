@@ -9,6 +9,9 @@ namespace cvtest::frontend {
 
 // Directory reported as the current profile's; empty makes the front end answer null.
 void set_profile_dir(const std::string &dir);
+// The names of the host's scenes in the order the front end lists them; until set, the
+// order libobs enumerates them in.
+void set_scene_order(const std::vector<std::string> &names);
 // What obs_frontend_get_main_window reports (a QWidget*), null by default.
 void set_main_window(void *window);
 void reset();

@@ -16,6 +16,8 @@ protected:
 		UiTest::SetUp();
 		for (const char *name : {"Main", "main", "Chat"})
 			scenes_.push_back(cvtest::make_three_band_scene(name, 0xFF0000, 0x00FF00, 0x0000FF));
+		// The user's order in the host, not the order they were made in.
+		cvtest::frontend::set_scene_order({"Chat", "Main", "main"});
 	}
 
 	void TearDown() override
@@ -45,7 +47,7 @@ TEST_F(SceneConfigDialogTest, ListsNoneThenHostScenesAndPreselectsTheExactName)
 	EXPECT_EQ(dialog.windowTitle(), QString::fromUtf8("Assign OBS Scene \u2014 Intro"));
 	auto *list = dialog.findChild<QListWidget *>("sourceList");
 	ASSERT_NE(list, nullptr);
-	EXPECT_EQ(texts(list), (std::vector<QString>{"(None)", "Main", "main", "Chat"}));
+	EXPECT_EQ(texts(list), (std::vector<QString>{"(None)", "Chat", "Main", "main"}));
 	EXPECT_EQ(list->item(0)->data(Qt::UserRole).toString(), "");
 	EXPECT_EQ(dialog.selectedSource(), "main");
 
@@ -65,7 +67,7 @@ TEST_F(SceneConfigDialogTest, DoubleClickAcceptsThatItem)
 	cv::SceneConfigDialog dialog("Intro", "");
 	auto *list = dialog.findChild<QListWidget *>("sourceList");
 	dialog.show();
-	const QPoint at = list->visualItemRect(list->item(3)).center();
+	const QPoint at = list->visualItemRect(list->item(1)).center();
 	QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, at);
 	QTest::mouseDClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, at);
 	EXPECT_EQ(dialog.result(), int(QDialog::Accepted));
