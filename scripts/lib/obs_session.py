@@ -15,7 +15,8 @@ import time
 from pathlib import Path
 
 import websocket  # Debian's python3-websocket
-from Xlib import X, display as xdisplay, protocol  # Debian's python3-xlib
+from Xlib import X, XK, display as xdisplay, protocol  # Debian's python3-xlib
+from Xlib.ext import xtest
 
 PLUGIN = "corvane-vertical-canvas"
 LOG_TAG = "[corvane-obs-vertical]"
@@ -355,10 +356,57 @@ class ObsSession:
         self.obs.wait()
         raise ObsError(f"obs did not close within {timeout} s")
 
+    def window_geometry(self, wid):
+        """(x, y, width, height) of a window on the screen."""
+        d = xdisplay.Display(self.display)
+        try:
+            window = d.create_resource_object("window", wid)
+            geometry = window.get_geometry()
+            origin = window.translate_coords(d.screen().root, 0, 0)
+            return -origin.x, -origin.y, geometry.width, geometry.height
+        finally:
+            d.close()
+
+    def press_keys(self, *chords, pause=0.3):
+        """Types key chords on the X server as a user would, e.g. ("Alt_L", "t"), ("Up",).
+        The main window gets the focus first."""
+        d = xdisplay.Display(self.display)
+        try:
+            main = self.main_window()
+            if main is not None:
+                d.create_resource_object("window", main).set_input_focus(X.RevertToParent, X.CurrentTime)
+                d.sync()
+                time.sleep(pause)
+            for chord in chords:
+                codes = [d.keysym_to_keycode(XK.string_to_keysym(name)) for name in chord]
+                for code in codes:
+                    xtest.fake_input(d, X.KeyPress, code)
+                for code in reversed(codes):
+                    xtest.fake_input(d, X.KeyRelease, code)
+                d.sync()
+                time.sleep(pause)
+        finally:
+            d.close()
+
+    def wait_for_window(self, title, timeout=15):
+        """The id of a viewable window with exactly this title, or None."""
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            for wid, _, found in self._windows():
+                if found == title:
+                    return wid
+            time.sleep(0.2)
+        return None
+
     def screenshot(self, path, window=None):
-        """Saves the screen (or one window) as PNG using ffmpeg's X11 grabber."""
+        """Saves the screen, or one window of it, as PNG using ffmpeg's X11 grabber."""
         cmd = ["ffmpeg", "-loglevel", "error", "-y", "-f", "x11grab"]
-        cmd += ["-i", self.display, "-frames:v", "1", str(path)]
+        source = self.display
+        if window is not None:
+            x, y, w, h = self.window_geometry(window)
+            cmd += ["-video_size", f"{w}x{h}"]
+            source = f"{self.display}+{x},{y}"
+        cmd += ["-i", source, "-frames:v", "1", str(path)]
         subprocess.run(cmd, check=True, env={**os.environ, "DISPLAY": self.display}, timeout=30)
         return path
 

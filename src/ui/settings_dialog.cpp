@@ -75,6 +75,9 @@ void SettingsDialog::build()
 	keyToggle = new QPushButton("Show", this);
 	keyToggle->setCheckable(true);
 	keyToggle->setFixedWidth(52);
+	// The host's themes pad buttons generously; at 52 pixels "Show" and "Hide" would be
+	// cut off.
+	keyToggle->setStyleSheet("padding-left: 2px; padding-right: 2px;");
 	connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
 	keyRow->addWidget(keyEdit);
 	keyRow->addWidget(keyToggle);
