@@ -80,11 +80,17 @@ class ObsSession:
     """One run of obs: prepare() the home, start(), talk to it, close()."""
 
     def __init__(self, build_dir, base_size=(640, 360), fps=30, root=None,
-                 profile_settings=None, keep=False, use_display=None):
+                 profile_settings=None, keep=False, use_display=None, stream=None, extra_profiles=None,
+                 global_settings=None):
         self.build_dir = Path(build_dir)
         self.base_size = base_size
         self.fps = fps
         self.profile_settings = profile_settings or {}
+        # (server, key) of the main stream; extra profiles: {name: plug-in settings};
+        # the plug-in's global file: {section: {key: value}}.
+        self.stream = stream
+        self.extra_profiles = extra_profiles or {}
+        self.global_settings = global_settings or {}
         self.keep = keep
         self.use_display = use_display
         self.root = Path(root or tempfile.mkdtemp(prefix="cv-obs-"))
@@ -113,6 +119,26 @@ class ObsSession:
     def plugin_config_dir(self):
         return self.obs_config / "plugin_config" / PLUGIN
 
+    def _write_profile(self, name, plugin_settings):
+        w, h = self.base_size
+        folder = self.obs_config / "basic" / "profiles" / name
+        folder.mkdir(parents=True, exist_ok=True)
+        (folder / "basic.ini").write_text(ini({
+            "General": {"Name": name},
+            "Video": {"BaseCX": w, "BaseCY": h, "OutputCX": w, "OutputCY": h, "FPSType": 1,
+                      "FPSInt": self.fps, "ColorFormat": "NV12", "ColorSpace": "709", "ColorRange": "Partial"},
+            "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
+            "Output": {"Mode": "Simple"},
+            "SimpleOutput": {"VBitrate": 1500, "StreamEncoder": "x264", "ABitrate": 128,
+                             "Preset": "veryfast"},
+        }))
+        if self.stream:
+            server, key = self.stream
+            (folder / "service.json").write_text(json.dumps(
+                {"type": "rtmp_custom", "settings": {"server": server, "key": key, "use_auth": False}}))
+        if plugin_settings:
+            (folder / f"{PLUGIN}.ini").write_text(ini({"VerticalCanvas": plugin_settings}))
+
     def prepare(self):
         self.home.mkdir(parents=True, exist_ok=True)
         w, h = self.base_size
@@ -136,18 +162,12 @@ class ObsSession:
             "alerts_enabled": False, "auth_required": False, "server_password": "",
         }))
 
-        self.profile_dir.mkdir(parents=True, exist_ok=True)
-        (self.profile_dir / "basic.ini").write_text(ini({
-            "General": {"Name": PROFILE},
-            "Video": {"BaseCX": w, "BaseCY": h, "OutputCX": w, "OutputCY": h, "FPSType": 1,
-                      "FPSInt": self.fps, "ColorFormat": "NV12", "ColorSpace": "709", "ColorRange": "Partial"},
-            "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
-            "Output": {"Mode": "Simple"},
-            "SimpleOutput": {"VBitrate": 1500, "StreamEncoder": "x264", "ABitrate": 128,
-                             "Preset": "veryfast"},
-        }))
-        if self.profile_settings:
-            (self.profile_dir / f"{PLUGIN}.ini").write_text(ini({"VerticalCanvas": self.profile_settings}))
+        self._write_profile(PROFILE, self.profile_settings)
+        for name, settings in self.extra_profiles.items():
+            self._write_profile(name, settings)
+        if self.global_settings:
+            self.plugin_config_dir.mkdir(parents=True, exist_ok=True)
+            (self.plugin_config_dir / "settings-global.ini").write_text(ini(self.global_settings))
 
         scenes = self.obs_config / "basic" / "scenes"
         scenes.mkdir(parents=True, exist_ok=True)
@@ -329,10 +349,11 @@ class ObsSession:
         return [(wid, title) for wid, cls, title in self._windows()
                 if wid != main and title and cls and "obs" in " ".join(cls).lower()]
 
-    def close(self, timeout=60):
-        """Asks obs to quit as a user would: WM_DELETE_WINDOW on its main window, after
-        closing any message box that would hold the quit up (the newer hosts report a
-        plug-in that refused to load in one)."""
+    def close(self, timeout=60, keep_windows=("Vertical Canvas",)):
+        """Asks obs to quit as a user would: WM_DELETE_WINDOW on its main window. When that
+        does not end it (a message box holds the quit up: the newer hosts report a plug-in
+        that refused to load in one), its other windows are closed too, except those named
+        in keep_windows (closing the floating dock would change what it records at exit)."""
         if not self.obs or self.obs.poll() is not None:
             return self.obs.returncode if self.obs else None
         if self.ws:
@@ -342,14 +363,18 @@ class ObsSession:
                 pass
             self.ws = None
         deadline = time.monotonic() + timeout
+        attempt = 0
         while time.monotonic() < deadline:
-            for wid, _ in self.dialogs():
-                self._send_delete(wid)
+            if attempt > 0:
+                for wid, title in self.dialogs():
+                    if title not in keep_windows:
+                        self._send_delete(wid)
             wid = self.main_window()
             if wid is not None:
                 self._send_delete(wid)
+            attempt += 1
             try:
-                return self.obs.wait(min(5, max(0.1, deadline - time.monotonic())))
+                return self.obs.wait(min(3, max(0.1, deadline - time.monotonic())))
             except subprocess.TimeoutExpired:
                 continue
         self.obs.kill()

@@ -1,5 +1,7 @@
 // Entry points the host calls to load, identify and unload the plug-in.
 
+#include "dock_registry.h"
+#include "frontend_events.h"
 #include "plugin_log.h"
 #include "runtime.h"
 #include "settings_store.h"
@@ -22,6 +24,7 @@ namespace {
 constexpr const char *kVersion = "1.0.0";
 const std::string kRule(60, '=');
 constexpr const char *kSettingsMenuItem = "Corvane Vertical Streaming Settings";
+bool event_callback_registered = false;
 
 } // namespace
 
@@ -55,6 +58,8 @@ bool obs_module_load(void)
 		return false;
 	}
 
+	obs_frontend_add_event_callback(on_frontend_event, nullptr);
+	event_callback_registered = true;
 	obs_frontend_add_tools_menu_item(
 		kSettingsMenuItem, [](void *) { open_settings_dialog(); }, nullptr);
 	blog(LOG_INFO, "[%s] Loaded successfully", kLogTag);
@@ -71,9 +76,14 @@ void obs_module_unload(void)
 	using namespace cv;
 
 	blog(LOG_INFO, "[%s] Unloading", kLogTag);
+	if (event_callback_registered) {
+		obs_frontend_remove_event_callback(on_frontend_event, nullptr);
+		event_callback_registered = false;
+	}
 
 	std::lock_guard lock(runtime_mutex());
 	destroy_runtime(true);
+	forget_dock();
 	save_and_close_configs();
 	blog(LOG_INFO, "[%s] Unloaded", kLogTag);
 }

@@ -1,5 +1,6 @@
 #include "runtime.h"
 
+#include "dock_registry.h"
 #include "plugin_log.h"
 #include "scene_list_store.h"
 #include "settings_store.h"
@@ -101,6 +102,7 @@ void destroy_runtime(bool save_scenes)
 {
 	if (save_scenes)
 		save_scene_list();
+	detach_dock();
 
 	if (output) {
 		if (output->is_active())

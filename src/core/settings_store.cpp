@@ -10,6 +10,7 @@
 #include <util/bmem.h>
 #include <util/platform.h>
 
+#include <cstring>
 #include <filesystem>
 #include <mutex>
 
@@ -18,6 +19,8 @@ namespace cv {
 namespace {
 
 config_t *global_handle = nullptr;
+bool dock_floating_written = false;
+bool dock_visible_written = false;
 config_t *profile_handle = nullptr;
 
 const PluginConfig kFallback{};
@@ -110,12 +113,28 @@ config_t *profile_config()
 	return profile_handle;
 }
 
+bool dock_value_written(const char *key)
+{
+	if (strcmp(key, "dockfloating") == 0)
+		return dock_floating_written;
+	if (strcmp(key, "dockvisible") == 0)
+		return dock_visible_written;
+	return false;
+}
+
 void load_global_config()
 {
 	close_handle(global_handle);
+	dock_floating_written = false;
+	dock_visible_written = false;
 	const std::string path = take_host_string(obs_module_get_config_path(obs_current_module(), kGlobalConfigFile));
 	if (!open_handle(global_handle, path, "global", "Global"))
 		return;
+
+	// Read before the defaults are registered: newer hosts count a registered default
+	// as a value in the file.
+	dock_floating_written = config_has_user_value(global_handle, kConfigSection, "dockfloating");
+	dock_visible_written = config_has_user_value(global_handle, kConfigSection, "dockvisible");
 
 	const DockState defaults;
 	config_set_default_bool(global_handle, kConfigSection, "dockvisible", defaults.dockvisible);

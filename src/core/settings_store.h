@@ -12,6 +12,9 @@
 namespace cv {
 
 void load_global_config();
+// Whether "dockfloating" or "dockvisible" was in the global file when it was opened
+// (a registered default does not count).
+bool dock_value_written(const char *key);
 void load_profile_config();
 
 // Null while the file is not open.

@@ -4,6 +4,9 @@
 #include <obs.h>
 #include <util/bmem.h>
 
+#include <QDockWidget>
+#include <QMainWindow>
+
 namespace cvtest::frontend {
 
 namespace {
@@ -17,6 +20,7 @@ struct MenuItem {
 std::string profile_dir;
 void *main_window = nullptr;
 std::vector<MenuItem> menu_items;
+std::vector<std::pair<obs_frontend_event_cb, void *>> event_callbacks;
 std::vector<std::string> scene_order;
 bool scene_order_set = false;
 
@@ -43,8 +47,21 @@ void reset()
 	profile_dir.clear();
 	main_window = nullptr;
 	menu_items.clear();
+	event_callbacks.clear();
 	scene_order.clear();
 	scene_order_set = false;
+}
+
+void fire_event(int event)
+{
+	const auto callbacks = event_callbacks;
+	for (const auto &[callback, data] : callbacks)
+		callback(obs_frontend_event(event), data);
+}
+
+size_t event_callback_count()
+{
+	return event_callbacks.size();
 }
 
 std::vector<std::string> tools_menu_items()
@@ -107,3 +124,43 @@ void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 	sources->sources.num = scenes.size();
 	sources->sources.capacity = scenes.size() + 1;
 }
+
+void obs_frontend_add_event_callback(obs_frontend_event_cb callback, void *private_data)
+{
+	cvtest::frontend::event_callbacks.emplace_back(callback, private_data);
+}
+
+void obs_frontend_remove_event_callback(obs_frontend_event_cb callback, void *private_data)
+{
+	auto &callbacks = cvtest::frontend::event_callbacks;
+	for (auto it = callbacks.begin(); it != callbacks.end(); ++it) {
+		if (it->first == callback && it->second == private_data) {
+			callbacks.erase(it);
+			return;
+		}
+	}
+}
+
+// Like the host: the widget goes into a dock widget named after the id, on the right
+// of the main window.
+#if LIBOBS_API_MAJOR_VER >= 30
+bool obs_frontend_add_dock_by_id(const char *id, const char *title, void *widget)
+{
+	auto *main = static_cast<QMainWindow *>(cvtest::frontend::main_window);
+	if (!main)
+		return false;
+	auto *dock = new QDockWidget(QString::fromUtf8(title), main);
+	dock->setObjectName(QString::fromUtf8(id));
+	dock->setWidget(static_cast<QWidget *>(widget));
+	main->addDockWidget(Qt::RightDockWidgetArea, dock);
+	return true;
+}
+#else
+void *obs_frontend_add_dock(void *dock)
+{
+	auto *main = static_cast<QMainWindow *>(cvtest::frontend::main_window);
+	if (main)
+		main->addDockWidget(Qt::RightDockWidgetArea, static_cast<QDockWidget *>(dock));
+	return nullptr;
+}
+#endif

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,10 @@ void set_scene_order(const std::vector<std::string> &names);
 // What obs_frontend_get_main_window reports (a QWidget*), null by default.
 void set_main_window(void *window);
 void reset();
+
+// Delivers a front-end event to every callback the plug-in added.
+void fire_event(int event);
+size_t event_callback_count();
 
 // The Tools menu: names of the items added, and running one of them by name.
 std::vector<std::string> tools_menu_items();
