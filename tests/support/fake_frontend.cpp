@@ -22,6 +22,15 @@ void *main_window = nullptr;
 std::vector<MenuItem> menu_items;
 std::vector<std::pair<obs_frontend_event_cb, void *>> event_callbacks;
 std::vector<std::string> scene_order;
+void (*add_dock_hook)() = nullptr;
+
+void run_add_dock_hook()
+{
+	auto *hook = add_dock_hook;
+	add_dock_hook = nullptr;
+	if (hook)
+		hook();
+}
 bool scene_order_set = false;
 
 } // namespace
@@ -37,6 +46,11 @@ void set_scene_order(const std::vector<std::string> &names)
 	scene_order_set = true;
 }
 
+void on_next_add_dock(void (*hook)())
+{
+	add_dock_hook = hook;
+}
+
 void set_main_window(void *window)
 {
 	main_window = window;
@@ -50,6 +64,7 @@ void reset()
 	event_callbacks.clear();
 	scene_order.clear();
 	scene_order_set = false;
+	add_dock_hook = nullptr;
 }
 
 void fire_event(int event)
@@ -153,6 +168,7 @@ bool obs_frontend_add_dock_by_id(const char *id, const char *title, void *widget
 	dock->setObjectName(QString::fromUtf8(id));
 	dock->setWidget(static_cast<QWidget *>(widget));
 	main->addDockWidget(Qt::RightDockWidgetArea, dock);
+	cvtest::frontend::run_add_dock_hook();
 	return true;
 }
 #else
@@ -161,6 +177,7 @@ void *obs_frontend_add_dock(void *dock)
 	auto *main = static_cast<QMainWindow *>(cvtest::frontend::main_window);
 	if (main)
 		main->addDockWidget(Qt::RightDockWidgetArea, static_cast<QDockWidget *>(dock));
+	cvtest::frontend::run_add_dock_hook();
 	return nullptr;
 }
 #endif

@@ -21,6 +21,10 @@ void reset();
 void fire_event(int event);
 size_t event_callback_count();
 
+// Runs `hook` inside the next dock registration, as a host would that raises an event
+// from inside a call the plug-in makes.
+void on_next_add_dock(void (*hook)());
+
 // The Tools menu: names of the items added, and running one of them by name.
 std::vector<std::string> tools_menu_items();
 bool trigger_tools_menu_item(const std::string &name);
