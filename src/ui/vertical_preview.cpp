@@ -39,6 +39,18 @@ VerticalPreviewWidget::~VerticalPreviewWidget()
 	destroyDisplay();
 }
 
+void VerticalPreviewWidget::setCanvas(VerticalCanvas *newCanvas)
+{
+	std::lock_guard lock(canvasMutex);
+	canvas = newCanvas;
+}
+
+VerticalCanvas *VerticalPreviewWidget::currentCanvas() const
+{
+	std::lock_guard lock(canvasMutex);
+	return canvas;
+}
+
 QSize VerticalPreviewWidget::minimumSizeHint() const
 {
 	return QSize(kMinimumWidth, kMinimumHeight);
@@ -108,11 +120,13 @@ void VerticalPreviewWidget::resizeEvent(QResizeEvent *event)
 		obs_display_resize(display, uint32_t(std::max(width(), 1)), uint32_t(std::max(height(), 1)));
 }
 
-// Graphics thread. Reads the canvas without its lock; removing this callback before
-// the display goes away is what keeps a teardown from racing a frame.
+// Graphics thread. Removing this callback before the display goes away keeps a
+// teardown from racing a frame; the widget's own lock keeps a runtime that is being
+// replaced from going away under one.
 void VerticalPreviewWidget::draw(void *param, uint32_t cx, uint32_t cy)
 {
 	auto *self = static_cast<VerticalPreviewWidget *>(param);
+	std::lock_guard lock(self->canvasMutex);
 	VerticalCanvas *canvas = self->canvas;
 	if (!canvas)
 		return;

@@ -4,6 +4,8 @@
 
 #include <QWidget>
 
+#include <mutex>
+
 namespace cv {
 
 class VerticalCanvas;
@@ -18,8 +20,10 @@ public:
 	explicit VerticalPreviewWidget(VerticalCanvas *previewCanvas, QWidget *parent = nullptr);
 	~VerticalPreviewWidget() override;
 
-	void setCanvas(VerticalCanvas *newCanvas) { canvas = newCanvas; }
-	VerticalCanvas *currentCanvas() const { return canvas; }
+	// Waits for a frame being drawn from the old canvas, so the caller may delete that
+	// canvas once this returns.
+	void setCanvas(VerticalCanvas *newCanvas);
+	VerticalCanvas *currentCanvas() const;
 	obs_display_t *currentDisplay() const { return display; }
 
 	QSize minimumSizeHint() const override;
@@ -36,6 +40,8 @@ private:
 
 	VerticalCanvas *canvas = nullptr;
 	obs_display_t *display = nullptr;
+	// Held by the draw callback for a whole frame and by setCanvas while it swaps.
+	mutable std::mutex canvasMutex;
 };
 
 } // namespace cv

@@ -396,6 +396,11 @@ TEST_F(VerticalOutputTest, NewSettingsWaitForTheNextStart)
 	EXPECT_TRUE(output.is_active());
 	EXPECT_TRUE(server.recordings("second").empty());
 	output.stop();
+	// The host ends the data capture on a thread of its own; until then a start only
+	// reports the stream as already running.
+	for (int i = 0; i < 250 && output.is_active(); i++)
+		sleep_ms(20);
+	ASSERT_FALSE(output.is_active());
 
 	cvtest::clear_logs();
 	ASSERT_TRUE(output.start());

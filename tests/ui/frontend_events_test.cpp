@@ -105,3 +105,27 @@ TEST_F(FrontendEventsTest, AnEventRaisedWhileOneIsHandledIsDropped)
 	EXPECT_EQ(log_count("Vertical Canvas dock registered"), 1u);
 	EXPECT_EQ(window_->findChildren<QDockWidget *>().size(), 1);
 }
+
+TEST_F(FrontendEventsTest, TheDockComesBackDockedAndHiddenAsLeft)
+{
+	write_file(global_config_file(),
+		   "[VerticalCanvas]\ndockvisible=false\ndockfloating=false\ndockarea=1\ndockgeometry=\n");
+	open_settings("canvaswidth=360\ncanvasheight=640\n");
+	ASSERT_TRUE(create_runtime());
+	fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
+	auto *dock = window_->findChild<QDockWidget *>(cv::kDockId);
+	ASSERT_NE(dock, nullptr);
+	EXPECT_FALSE(dock->isFloating());
+	EXPECT_TRUE(dock->isHidden());
+	EXPECT_EQ(window_->dockWidgetArea(dock), Qt::LeftDockWidgetArea);
+
+	// Recorded at exit as it is now.
+	window_->show();
+	dock->setVisible(true);
+	fire(OBS_FRONTEND_EVENT_EXIT);
+	EXPECT_EQ(log_count("Dock state saved (floating=no, visible=yes)"), 1u);
+	config_t *global = cv::global_config();
+	EXPECT_EQ(config_get_int(global, "VerticalCanvas", "dockarea"), 1);
+	EXPECT_FALSE(config_get_bool(global, "VerticalCanvas", "dockfloating"));
+	EXPECT_TRUE(config_get_bool(global, "VerticalCanvas", "dockvisible"));
+}
