@@ -94,10 +94,14 @@ def main():
 
     settings = {"rtmpurl": vertical_url, "streamkey": vertical_key, "canvaswidth": args.width,
                 "canvasheight": args.height, "autostartwithmain": "true"}
+    # One vertical scene showing the sample scene "Main", so the vertical stream has a picture.
+    scenes = {"Scenes": {"count": 1, "activescene": "Vertical", "scene_0_name": "Vertical",
+                         "scene_0_source": "Main"}}
     shot = out / "main-window.png"
     try:
         with ObsSession(args.build_dir, root=out / "obs-home", keep=True, use_display=args.display,
-                        stream=(server.app_url, "main"), profile_settings=settings) as obs:
+                        stream=(server.app_url, "main"), profile_settings=settings,
+                        global_settings=scenes) as obs:
             obs.prepare().start()
             version = obs.wait_ready()
             print(f"obs {version.get('obsVersion')} is running on display {obs.display}")
