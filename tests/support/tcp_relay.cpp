@@ -153,6 +153,8 @@ void TcpRelay::run()
 			if (read(wake_[0], &why, 1) != 1 || why == 's')
 				break;
 		}
+		// Only the pairs that were polled; one accepted below waits for the next round.
+		const size_t polled = pairs.size();
 		if (fds[1].revents & POLLIN) {
 			const int client = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
 			if (client >= 0) {
@@ -170,7 +172,7 @@ void TcpRelay::run()
 			}
 		}
 		// Walk backwards so dropping a pair keeps the remaining indexes valid.
-		for (size_t i = pairs.size(); i-- > 0;) {
+		for (size_t i = polled; i-- > 0;) {
 			const pollfd &from_client = fds[2 + 2 * i];
 			const pollfd &from_server = fds[3 + 2 * i];
 			char buf[65536];
