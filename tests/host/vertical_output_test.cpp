@@ -278,7 +278,7 @@ TEST_F(VerticalOutputTest, StartFallsBackThroughTheCandidateList)
 	ASSERT_TRUE(nvenc.start());
 	EXPECT_EQ(tried_encoders(), std::vector<std::string>{"obs_x264"});
 	EXPECT_EQ(&cv::encoder_candidates("nvenc"), &cv::encoder_candidates("qsv"));
-	const std::vector<const char *> &row = cv::encoder_candidates("nvenc");
+	const std::vector<const char *> row = cv::encoder_candidates("nvenc");
 	EXPECT_EQ(std::vector<std::string>(row.begin(), row.end()), (std::vector<std::string>{"obs_x264", "x264"}));
 	nvenc.stop();
 }
