@@ -292,7 +292,7 @@ class ObsSession:
 
     # ---- windows -----------------------------------------------------------------------
 
-    def _windows(self):
+    def _windows(self, top_level_only=False):
         d = xdisplay.Display(self.display)
         d.set_error_handler(lambda *_: None)  # windows may vanish while we look at them
         try:
@@ -306,7 +306,8 @@ class ObsSession:
                     return
                 for child in children:
                     yield child
-                    yield from walk(child)
+                    if not top_level_only:
+                        yield from walk(child)
 
             found = []
             for window in walk(d.screen().root):
@@ -344,9 +345,10 @@ class ObsSession:
             d.close()
 
     def dialogs(self):
-        """Titles of the host's open top-level windows other than the main window."""
+        """Titles of the host's open top-level windows other than the main window (not the
+        native child windows inside it, such as the preview's)."""
         main = self.main_window()
-        return [(wid, title) for wid, cls, title in self._windows()
+        return [(wid, title) for wid, cls, title in self._windows(top_level_only=True)
                 if wid != main and title and cls and "obs" in " ".join(cls).lower()]
 
     def close(self, timeout=60, keep_windows=("Vertical Canvas",)):
@@ -374,7 +376,8 @@ class ObsSession:
                 self._send_delete(wid)
             attempt += 1
             try:
-                return self.obs.wait(min(3, max(0.1, deadline - time.monotonic())))
+                # Newer hosts can take several seconds to act on the first request.
+                return self.obs.wait(min(8 if attempt == 1 else 3, max(0.1, deadline - time.monotonic())))
             except subprocess.TimeoutExpired:
                 continue
         self.obs.kill()
@@ -417,7 +420,7 @@ class ObsSession:
         """The id of a viewable window with exactly this title, or None."""
         deadline = time.monotonic() + timeout
         while time.monotonic() < deadline:
-            for wid, _, found in self._windows():
+            for wid, _, found in self._windows(top_level_only=True):
                 if found == title:
                     return wid
             time.sleep(0.2)
