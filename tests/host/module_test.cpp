@@ -55,6 +55,10 @@ TEST_F(ModuleTest, LoadBuildsTheRuntimeAndUnloadSavesBothFiles)
 		ASSERT_NE(cv::runtime_output(), nullptr);
 		EXPECT_EQ(cv::runtime_canvas()->active_scene_name(), "Scene 1");
 	}
+	// The host's hooks: one event callback and the Tools menu item.
+	EXPECT_EQ(cvtest::frontend::event_callback_count(), 1u);
+	EXPECT_EQ(cvtest::frontend::tools_menu_items(),
+		  std::vector<std::string>{"Corvane Vertical Streaming Settings"});
 
 	// A save of the settings reaches the live output.
 	cv::set_rtmpurl("rtmp://127.0.0.1/other");
@@ -63,6 +67,7 @@ TEST_F(ModuleTest, LoadBuildsTheRuntimeAndUnloadSavesBothFiles)
 		log_contains("VerticalOutput config updated (url: rtmp://127.0.0.1/other, preferred_encoder: auto)"));
 
 	obs_module_unload();
+	EXPECT_EQ(cvtest::frontend::event_callback_count(), 0u);
 	EXPECT_TRUE(log_contains("[corvane-obs-vertical] Unloading"));
 	EXPECT_TRUE(log_contains("[corvane-obs-vertical] VerticalOutput destroyed"));
 	EXPECT_TRUE(log_contains("[corvane-obs-vertical] Canvas shut down"));
@@ -100,6 +105,9 @@ TEST_F(ModuleTest, HandEditedCanvasFormatRefusesTheModuleWithoutCrashing)
 		EXPECT_TRUE(log_contains("[corvane-obs-vertical] Canvas init failed"));
 		EXPECT_TRUE(log_contains("[corvane-obs-vertical] Runtime init failed — plugin will not load"));
 		EXPECT_FALSE(log_contains("Loaded successfully"));
+		// A refused module adds neither the event callback nor the menu item.
+		EXPECT_EQ(cvtest::frontend::event_callback_count(), 0u);
+		EXPECT_TRUE(cvtest::frontend::tools_menu_items().empty());
 		EXPECT_EQ(cv::runtime_canvas(), nullptr);
 		EXPECT_EQ(cv::runtime_output(), nullptr);
 

@@ -11,15 +11,9 @@ namespace cvtest::frontend {
 
 namespace {
 
-struct MenuItem {
-	std::string name;
-	obs_frontend_cb callback;
-	void *data;
-};
-
 std::string profile_dir;
 void *main_window = nullptr;
-std::vector<MenuItem> menu_items;
+std::vector<std::string> menu_items;
 std::vector<std::pair<obs_frontend_event_cb, void *>> event_callbacks;
 std::vector<std::string> scene_order;
 void (*add_dock_hook)() = nullptr;
@@ -81,21 +75,7 @@ size_t event_callback_count()
 
 std::vector<std::string> tools_menu_items()
 {
-	std::vector<std::string> names;
-	for (const MenuItem &item : menu_items)
-		names.push_back(item.name);
-	return names;
-}
-
-bool trigger_tools_menu_item(const std::string &name)
-{
-	for (const MenuItem &item : menu_items) {
-		if (item.name == name) {
-			item.callback(item.data);
-			return true;
-		}
-	}
-	return false;
+	return menu_items;
 }
 
 } // namespace cvtest::frontend
@@ -113,7 +93,9 @@ void *obs_frontend_get_main_window(void)
 
 void obs_frontend_add_tools_menu_item(const char *name, obs_frontend_cb callback, void *private_data)
 {
-	cvtest::frontend::menu_items.push_back({name, callback, private_data});
+	(void)callback;
+	(void)private_data;
+	cvtest::frontend::menu_items.push_back(name);
 }
 
 // The host's scenes, each with a new reference.

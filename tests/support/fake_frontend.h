@@ -25,8 +25,7 @@ size_t event_callback_count();
 // from inside a call the plug-in makes.
 void on_next_add_dock(void (*hook)());
 
-// The Tools menu: names of the items added, and running one of them by name.
+// The names of the Tools menu items added.
 std::vector<std::string> tools_menu_items();
-bool trigger_tools_menu_item(const std::string &name);
 
 } // namespace cvtest::frontend
