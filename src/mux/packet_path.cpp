@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace cv {
@@ -71,6 +72,34 @@ void record_base(MuxOutput &mux, const AVPacket *packet)
 	if (packet->dts != AV_NOPTS_VALUE)
 		mux.base_dts = packet->dts;
 }
+
+// What a video packet's NAL units say, each scanned only when asked for: the queue
+// sees every packet, and most need at most one of the scans.
+class NalScan {
+public:
+	explicit NalScan(const AVPacket *packet)
+		: annexb(is_annexb(packet->data, size_t(packet->size))),
+		  packet_(packet)
+	{
+	}
+
+	bool aud() { return scanned(aud_, has_aud); }
+	bool idr() { return scanned(idr_, has_idr); }
+
+	const bool annexb;
+
+private:
+	bool scanned(std::optional<bool> &fact, bool (*scan)(const uint8_t *, size_t))
+	{
+		if (!fact)
+			fact = annexb && scan(packet_->data, size_t(packet_->size));
+		return *fact;
+	}
+
+	const AVPacket *packet_;
+	std::optional<bool> aud_;
+	std::optional<bool> idr_;
+};
 
 // Packets that the start gate will drop must not advance the last video time, or
 // the keyframe that opens the stream after a reconnect is pushed past them.
@@ -289,18 +318,17 @@ int enqueue_packet(MuxOutput &mux, AVPacket *packet, bool is_video)
 	bool armed_now = false;
 	bool key = false;
 	if (is_video) {
-		const bool annexb = is_annexb(packet->data, size_t(packet->size));
-		const bool aud = annexb && has_aud(packet->data, size_t(packet->size));
-		const bool idr = annexb && has_idr(packet->data, size_t(packet->size));
-		key = (packet->flags & AV_PKT_FLAG_KEY) || idr;
+		NalScan scan(packet);
+		const bool annexb = scan.annexb;
+		key = (packet->flags & AV_PKT_FLAG_KEY) || scan.idr();
 
 		if (is_srt && !mux.clean_start_armed) {
-			if (!(annexb && aud && idr && key)) {
+			if (!(annexb && scan.aud() && scan.idr() && key)) {
 				blog(LOG_WARNING,
 				     "[%s] dropping pre-start SRT video packet: size=%d pts=%lld dts=%lld annexb=%d aud=%d "
 				     "idr=%d key=%d",
 				     kLogTag, packet->size, ll(packet->pts), ll(packet->dts), annexb ? 1 : 0,
-				     aud ? 1 : 0, idr ? 1 : 0, key ? 1 : 0);
+				     scan.aud() ? 1 : 0, scan.idr() ? 1 : 0, key ? 1 : 0);
 				return AVERROR(EAGAIN);
 			}
 			mux.srt_clean_start_pending = false;
@@ -329,8 +357,8 @@ int enqueue_packet(MuxOutput &mux, AVPacket *packet, bool is_video)
 				annexb ? nal_types_string(packet->data, size_t(packet->size), kNalTypesLimit) : "[]";
 			blog(LOG_INFO,
 			     "[%s] first TS keyframe written: size=%d pts=%lld dts=%lld aud=%d idr=%d key=%d nal_types=%s",
-			     kLogTag, packet->size, ll(packet->pts), ll(packet->dts), aud ? 1 : 0, idr ? 1 : 0,
-			     (packet->flags & AV_PKT_FLAG_KEY) ? 1 : 0, nal_types.c_str());
+			     kLogTag, packet->size, ll(packet->pts), ll(packet->dts), scan.aud() ? 1 : 0,
+			     scan.idr() ? 1 : 0, (packet->flags & AV_PKT_FLAG_KEY) ? 1 : 0, nal_types.c_str());
 		}
 	}
 
