@@ -10,6 +10,8 @@ extern "C" {
 
 namespace cvbench {
 
+using cvtest::thread_cpu_ns;
+
 namespace {
 
 bool set_extradata(AVCodecParameters *par, const std::vector<uint8_t> &bytes)

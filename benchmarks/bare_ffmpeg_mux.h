@@ -9,6 +9,8 @@
 // a program without a write queue would do it, one packet after the other.
 namespace cvbench {
 
+using cvtest::RecordedPacket;
+
 struct BareStreams {
 	int width = 0;
 	int height = 0;

@@ -60,7 +60,7 @@ int main(int argc, char **argv)
 		std::string error;
 		if (host.start(options, pattern, &error)) {
 			cv::register_mux_output();
-			cvbench::TimedMux::register_type();
+			cvtest::TimedMux::register_type();
 			cvbench::register_bench_service();
 			benchmark::RunSpecifiedBenchmarks();
 		} else {

@@ -18,6 +18,11 @@
 
 namespace cvbench {
 
+using cvtest::CallbackTime;
+using cvtest::kTimedMuxId;
+using cvtest::steady_ns;
+using cvtest::TimedMux;
+
 namespace {
 
 constexpr uint32_t kCanvasWidth = 1080;

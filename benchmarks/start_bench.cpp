@@ -21,6 +21,8 @@
 
 namespace cvbench {
 
+using cvtest::steady_ns;
+
 namespace {
 
 constexpr int kFirstByteTimeoutMs = 20000;

@@ -7,7 +7,7 @@
 #include <pthread.h>
 #include <thread>
 
-namespace cvbench {
+namespace cvtest {
 
 namespace {
 
@@ -153,4 +153,4 @@ uint64_t TimedMux::writer_cpu_ns() const
 	return uint64_t(used.tv_sec) * 1000000000u + uint64_t(used.tv_nsec);
 }
 
-} // namespace cvbench
+} // namespace cvtest

@@ -13,7 +13,7 @@ struct MuxOutput;
 // The plug-in's output type under another id, with its encoded-packet callback timed:
 // every call's duration is recorded, and a copy of each packet is kept so the same
 // packets can be muxed again by other means.
-namespace cvbench {
+namespace cvtest {
 
 inline constexpr const char *kTimedMuxId = "cv_bench_timed_mux";
 
@@ -67,4 +67,4 @@ uint64_t steady_ns();
 // CPU time the calling thread has used.
 uint64_t thread_cpu_ns();
 
-} // namespace cvbench
+} // namespace cvtest
