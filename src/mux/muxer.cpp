@@ -85,6 +85,11 @@ int32_t open_muxer(MuxOutput &mux)
 {
 	if (mux.url.empty())
 		return fatal(mux, "Missing RTMP server/key");
+	if (const std::string problem = stream_url_problem(mux.url); !problem.empty()) {
+		blog(LOG_ERROR, "[%s] unusable stream address (%s): %s", kLogTag, problem.c_str(),
+		     mask_url_for_log(mux.url, mux.key).c_str());
+		return fatal(mux, "Stream rejected — check server URL and stream key");
+	}
 
 	const bool is_srt = is_srt_url(mux.url);
 	const char *format_name = is_srt ? "mpegts" : "flv";

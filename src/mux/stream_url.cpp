@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstddef>
+#include <cstring>
 #include <vector>
 
 namespace cv {
@@ -97,6 +98,28 @@ std::string trim_blanks(const std::string &text)
 bool is_srt_url(const std::string &url)
 {
 	return url.size() >= 6 && equals_ignore_case(url, 0, "srt://");
+}
+
+std::string stream_url_problem(const std::string &url)
+{
+	static const char *const schemes[] = {"rtmp://",  "rtmps://",  "rtmpt://", "rtmpts://",
+					      "rtmpe://", "rtmpte://", "srt://"};
+	bool known = false;
+	for (const char *scheme : schemes) {
+		const size_t length = strlen(scheme);
+		known = known || (url.size() > length && equals_ignore_case(url, 0, scheme));
+	}
+	if (!known)
+		return "not an RTMP or SRT address";
+	for (const char c : url) {
+		const auto byte = static_cast<unsigned char>(c);
+		if (byte <= 0x20 || byte == 0x7F)
+			return "a blank or control character inside the address";
+	}
+	const size_t limit = is_srt_url(url) ? kMaxSrtUrlBytes : kMaxRtmpUrlBytes;
+	if (url.size() > limit)
+		return "longer than " + std::to_string(limit) + " bytes";
+	return {};
 }
 
 StreamUrl build_stream_url(const std::string &server, const std::string &key)

@@ -26,6 +26,44 @@ TEST(StreamUrl, TrimAndSrtDetection)
 	};
 	for (const auto &c : cases)
 		EXPECT_EQ(cv::is_srt_url(c.url), c.srt) << c.url;
+
+	const std::string not_stream = "not an RTMP or SRT address";
+	const std::string blank = "a blank or control character inside the address";
+	const struct {
+		const char *url;
+		std::string problem;
+	} addresses[] = {
+		{"rtmp://h/app/k", ""},
+		{"RTMPS://h/app", ""},
+		{"rtmpte://h", ""},
+		{"srt://h:9000?streamid=a", ""},
+		{"rtmp://h/app/\xC3\xA9\xFF", ""}, // bytes above 127 go through as they are
+		{"rtmp://", not_stream},
+		{"h/app/k", not_stream},
+		{"/tmp/out.flv", not_stream},
+		{"file:out.flv", not_stream},
+		{"http://h/up", not_stream},
+		{"rtmpx://h", not_stream},
+		{"rtm://h", not_stream},
+		{"", not_stream},
+		{"srt:/h", not_stream},
+		{"udp://h:1", not_stream},
+		{" rtmp://h/app", not_stream},
+		{"rtmp://h/app/my key", blank},
+		{"rtmp://h/app\t/k", blank},
+		{"rtmp://h/app/k\x01", blank},
+		{"rtmp://h/app/k\x7F", blank},
+		{"srt://h:1?passphrase=a b", blank},
+	};
+	for (const auto &c : addresses)
+		EXPECT_EQ(cv::stream_url_problem(c.url), c.problem) << c.url;
+
+	const std::string rtmp = "rtmp://h/app/";
+	EXPECT_EQ(cv::stream_url_problem(rtmp + std::string(512 - rtmp.size(), 'k')), "");
+	EXPECT_EQ(cv::stream_url_problem(rtmp + std::string(513 - rtmp.size(), 'k')), "longer than 512 bytes");
+	const std::string srt = "srt://h:1?streamid=";
+	EXPECT_EQ(cv::stream_url_problem(srt + std::string(1024 - srt.size(), 's')), "");
+	EXPECT_EQ(cv::stream_url_problem(srt + std::string(1025 - srt.size(), 's')), "longer than 1024 bytes");
 }
 
 TEST(StreamUrl, BuildsRtmpAndSrtAddresses)
