@@ -10,6 +10,8 @@
 #include <util/bmem.h>
 #include <util/platform.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <mutex>
@@ -73,9 +75,14 @@ const char *get_string(const char *key, const std::string &fallback)
 	return value ? value : "";
 }
 
+// A hand-edited number past 32 bits reads as the largest one rather than wrapping
+// around to some small, plausible value.
 uint32_t get_uint(const char *key, uint32_t fallback)
 {
-	return profile_handle ? uint32_t(config_get_uint(profile_handle, kConfigSection, key)) : fallback;
+	if (!profile_handle)
+		return fallback;
+	const uint64_t value = config_get_uint(profile_handle, kConfigSection, key);
+	return uint32_t(std::min<uint64_t>(value, UINT32_MAX));
 }
 
 bool get_bool(const char *key, bool fallback)
