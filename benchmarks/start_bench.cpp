@@ -102,19 +102,13 @@ void BM_StartToFirstByte(benchmark::State &state)
 			state.SkipWithError("the vertical output did not reach the server");
 			return;
 		}
-		OBSDataAutoRelease service_settings = obs_data_create();
-		obs_data_set_string(service_settings, "server", server_url.c_str());
-		obs_data_set_string(service_settings, "key", "host");
-		OBSServiceAutoRelease service =
-			obs_service_create(kBenchServiceId, "bench service", service_settings, nullptr);
-		OBSOutputAutoRelease host = obs_output_create("rtmp_output", "bench host rtmp", nullptr, nullptr);
-		if (!service || !host) {
+		HostRtmpOutput rtmp = make_host_rtmp_output(server_url, "host", obs_output_get_video_encoder(mux),
+							    obs_output_get_audio_encoder(mux, 0));
+		obs_output_t *host = rtmp.output;
+		if (!host) {
 			state.SkipWithError("the host's rtmp_output is not available");
 			return;
 		}
-		obs_output_set_service(host, service);
-		obs_output_set_video_encoder(host, obs_output_get_video_encoder(mux));
-		obs_output_set_audio_encoder(host, obs_output_get_audio_encoder(mux, 0), 0);
 
 		relay.forget_first_byte();
 		const uint64_t host_start = steady_ns();
