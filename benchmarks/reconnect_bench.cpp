@@ -1,0 +1,220 @@
+// Time from a crashed RTMP server listening again to the first keyframe it receives on
+// the new connection: the plug-in's output beside the host's own "rtmp_output" with
+// the reconnect settings OBS gives users, on the very same encoders.
+//
+// The plug-in retries only on keyframes, 1 s after losing the connection at first
+// (then 2, 3, 4, 5 s); after a successful reconnect the next keyframe starts the new
+// stream. The host waits 2 s before its first retry, restarts the encoders on
+// success, and so sends a fresh keyframe right away.
+
+#include "bench_service.h"
+#include "bench_util.h"
+#include "timed_mux_output.h"
+
+#include "mux/mux_output.h"
+
+#include "mux_pipeline.h"
+#include "stream_servers.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+namespace cvbench {
+
+using cvtest::steady_ns;
+using cvtest::TimedMux;
+
+namespace {
+
+constexpr double kFlowingSeconds = 3;
+constexpr int kRepetitions = 5;
+constexpr uint64_t kNoticeTimeoutNs = 20000000000u;
+constexpr uint64_t kKeyframeTimeoutNs = 40000000000u;
+constexpr double kPollSeconds = 0.002;
+
+uint32_t big_endian(const uint8_t *bytes, size_t count)
+{
+	uint32_t value = 0;
+	for (size_t i = 0; i < count; i++)
+		value = (value << 8) | bytes[i];
+	return value;
+}
+
+// Reads an FLV file as nginx-rtmp records it, while it grows, up to the first complete
+// H.264 keyframe tag: a video tag whose first byte says "key frame, AVC" and whose
+// second says "NAL units" (not the sequence header that comes before it).
+class FlvKeyframeWatch {
+public:
+	explicit FlvKeyframeWatch(std::string path) : path_(std::move(path)) {}
+
+	bool found()
+	{
+		std::ifstream file(path_, std::ios::binary);
+		struct stat st = {};
+		if (!file || stat(path_.c_str(), &st) != 0)
+			return false;
+		const uint64_t size = uint64_t(st.st_size);
+		if (next_tag_ == 0) {
+			uint8_t header[9];
+			if (size < sizeof(header) + 4 || !file.read(reinterpret_cast<char *>(header), sizeof(header)) ||
+			    header[0] != 'F' || header[1] != 'L' || header[2] != 'V')
+				return false;
+			next_tag_ = big_endian(header + 5, 4) + 4;
+		}
+		for (;;) {
+			uint8_t tag[13];
+			if (next_tag_ + sizeof(tag) > size)
+				return false;
+			file.seekg(std::streamoff(next_tag_));
+			if (!file.read(reinterpret_cast<char *>(tag), sizeof(tag)))
+				return false;
+			const uint64_t data_size = big_endian(tag + 1, 3);
+			// Only a tag that has fully arrived counts.
+			if (next_tag_ + 11 + data_size > size)
+				return false;
+			const bool video = (tag[0] & 0x1f) == 9;
+			if (video && data_size >= 2 && tag[11] == 0x17 && tag[12] == 1)
+				return true;
+			next_tag_ += 11 + data_size + 4;
+		}
+	}
+
+private:
+	std::string path_;
+	uint64_t next_tag_ = 0;
+};
+
+struct Outage {
+	double notice_ms = -1;   // from the kill to the output noticing
+	double keyframe_ms = -1; // from the server listening again to the first keyframe it holds
+	std::string error;
+};
+
+// Kills the server while `key` streams to it, waits until `noticed` says the output
+// knows, starts the server again and waits for a keyframe in the new recording.
+Outage crash_and_return(cvtest::RtmpServer &server, const std::string &key, const std::function<bool()> &noticed)
+{
+	Outage outage;
+	const std::vector<std::string> before = server.recordings(key);
+	const uint64_t killed = steady_ns();
+	server.kill_hard();
+	while (!noticed()) {
+		if (steady_ns() - killed > kNoticeTimeoutNs) {
+			outage.error = "the output did not notice the lost server";
+			return outage;
+		}
+		sleep_s(kPollSeconds);
+	}
+	outage.notice_ms = double(steady_ns() - killed) / 1e6;
+
+	if (!server.restart(&outage.error))
+		return outage;
+	const uint64_t listening = steady_ns();
+	std::string path;
+	std::unique_ptr<FlvKeyframeWatch> watch;
+	for (;;) {
+		if (!watch) {
+			for (const std::string &recording : server.recordings(key))
+				if (std::find(before.begin(), before.end(), recording) == before.end())
+					watch = std::make_unique<FlvKeyframeWatch>(recording);
+		}
+		if (watch && watch->found())
+			break;
+		if (steady_ns() - listening > kKeyframeTimeoutNs) {
+			outage.error = "no keyframe reached the server after it came back";
+			return outage;
+		}
+		sleep_s(kPollSeconds);
+	}
+	outage.keyframe_ms = double(steady_ns() - listening) / 1e6;
+	return outage;
+}
+
+bool mux_reconnecting()
+{
+	cv::MuxOutput *mux = TimedMux::instance().mux();
+	if (!mux)
+		return false;
+	std::lock_guard lock(mux->lock);
+	return mux->reconnecting;
+}
+
+// The plug-in's figure depends on where in the keyframe interval the server goes away,
+// and the encoders start with the stream, so each repetition kills it at another
+// point of the interval: spread evenly over the repetitions.
+void BM_ReconnectToKeyframe(benchmark::State &state)
+{
+	static int round = 0;
+	const double phase = double(pipeline_options().keyint_sec) * double(round++ % kRepetitions) / kRepetitions;
+	cvtest::RtmpServer server;
+	std::string error;
+	if (!server.start(&error)) {
+		state.SkipWithError(error.c_str());
+		return;
+	}
+	cvtest::MuxPipeline pipeline(pipeline_options());
+	if (!pipeline.create(server.app_url(), "plugin")) {
+		state.SkipWithError("the output could not be made");
+		return;
+	}
+	HostRtmpOutput host = make_host_rtmp_output(server.app_url(), "host",
+						    obs_output_get_video_encoder(pipeline.output()),
+						    obs_output_get_audio_encoder(pipeline.output(), 0));
+	if (!host.output) {
+		state.SkipWithError("the host's rtmp_output is not available");
+		return;
+	}
+
+	for (auto _ : state) {
+		TimedMux::instance().reset(false);
+		if (!pipeline.start()) {
+			state.SkipWithError("the output did not start");
+			return;
+		}
+		sleep_s(kFlowingSeconds + phase);
+		const Outage plugin = crash_and_return(server, "plugin", mux_reconnecting);
+		pipeline.stop();
+		if (!plugin.error.empty()) {
+			state.SkipWithError(plugin.error.c_str());
+			return;
+		}
+
+		if (!obs_output_start(host.output)) {
+			state.SkipWithError("the host's rtmp_output did not start");
+			return;
+		}
+		sleep_s(kFlowingSeconds + phase);
+		obs_output_t *host_output = host.output;
+		const Outage reference = crash_and_return(server, "host", [host_output] {
+			return obs_output_reconnecting(host_output);
+		});
+		obs_output_stop(host.output);
+		for (int i = 0; i < 500 && obs_output_active(host.output); i++)
+			sleep_s(0.02);
+		if (!reference.error.empty()) {
+			state.SkipWithError(reference.error.c_str());
+			return;
+		}
+
+		state.counters["plugin_ms"] = plugin.keyframe_ms;
+		state.counters["host_rtmp_ms"] = reference.keyframe_ms;
+		state.counters["ratio"] = plugin.keyframe_ms / reference.keyframe_ms;
+		state.counters["plugin_notice_ms"] = plugin.notice_ms;
+		state.counters["host_notice_ms"] = reference.notice_ms;
+	}
+	server.stop();
+}
+
+} // namespace
+
+BENCHMARK(BM_ReconnectToKeyframe)->Iterations(1)->Repetitions(kRepetitions)->Unit(benchmark::kSecond)->UseRealTime();
+
+} // namespace cvbench
