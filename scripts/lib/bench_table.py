@@ -1,0 +1,192 @@
+"""The benchmarks' summary: each figure of the plug-in beside the reference measured in
+the same run, with their ratio, from Google Benchmark's JSON output.
+
+    python3 scripts/lib/bench_table.py RESULTS.json
+
+Figures are medians over the repetitions that succeeded; the ratio is plug-in median
+over reference median. Rows whose benchmark did not run (filtered out) are left out.
+"""
+
+import json
+import statistics
+import sys
+
+
+def microseconds_from_ns(value):
+    return f"{value / 1000:.1f} µs"
+
+
+def milliseconds_from_us(value):
+    return f"{value / 1000:.2f} ms"
+
+
+def milliseconds(value):
+    return f"{value:.0f} ms"
+
+
+def cpu_seconds_per_minute(value):
+    return f"{value:.2f} s/min"
+
+
+def megabytes_per_minute(value):
+    return f"{value:.1f} MB/min"
+
+
+# (row, benchmark, argument part of the run name or None, plug-in counter, reference
+#  counter, what the figure is, what the reference is, formatter)
+ROWS = [
+    ("1", "BM_PacketPath", None, "plugin_cpu_ns", "bare_ffmpeg_cpu_ns",
+     "packet path CPU per packet (encoder-thread callback + write thread)",
+     "bare FFmpeg muxing the same packets", microseconds_from_ns),
+    ("2a", "BM_StalledNetwork", None, "stall_max_us", "flowing_max_us",
+     "encoder-thread callback, longest (wall), server stalled 10 s",
+     "same stream, 10 s before the stall", milliseconds_from_us),
+    ("2b", "BM_StalledNetwork", None, "stall_p99_us", "flowing_p99_us",
+     "encoder-thread callback, 99th percentile (wall), server stalled",
+     "same stream, 10 s before the stall", milliseconds_from_us),
+    ("3a", "BM_StartToFirstByte", "x264_only:0", "plugin_ms", "host_rtmp_ms",
+     "start to first byte at the server, encoder choice \"auto\"",
+     "host rtmp_output, same encoders", milliseconds),
+    ("3b", "BM_StartToFirstByte", "x264_only:1", "plugin_ms", "host_rtmp_ms",
+     "start to first byte at the server, encoder \"x264\"",
+     "host rtmp_output, same encoders", milliseconds),
+    ("4", "BM_ReconnectToKeyframe", None, "plugin_ms", "host_rtmp_ms",
+     "server listening again to its first new keyframe",
+     "host rtmp_output, OBS default reconnect", milliseconds),
+    ("5a", "BM_PipelineCpu", None, "plugin_cpu_s_per_min", "host_rtmp_cpu_s_per_min",
+     "process CPU per streamed minute: canvas, encoders, output",
+     "same canvas + encoders into host rtmp_output", cpu_seconds_per_minute),
+    ("5b", "BM_PipelineCpu", None, "plugin_code_s_per_min", "plugin_cpu_s_per_min",
+     "  of it the plug-in's code (callback + write thread)",
+     "the whole pipeline (5a)", cpu_seconds_per_minute),
+    ("6", "BM_StalledNetwork", None, "rss_mb_per_min", "queued_mb_per_min",
+     "resident memory growth while the server stalls",
+     "queued packet bytes (the stream's bitrate)", megabytes_per_minute),
+]
+
+
+def base_name(run_name):
+    return run_name.split("/")[0]
+
+
+def load_runs(path):
+    """{run name: (list of counter dicts of the successful repetitions, errors)}."""
+    with open(path, encoding="utf-8") as file:
+        data = json.load(file)
+    runs = {}
+    medians = {}
+    for entry in data.get("benchmarks", []):
+        name = entry.get("run_name", entry.get("name", ""))
+        ok, errors = runs.setdefault(name, ([], []))
+        if entry.get("run_type") == "aggregate":
+            if entry.get("aggregate_name") == "median":
+                medians[name] = entry
+            continue
+        if entry.get("error_occurred"):
+            errors.append(entry.get("error_message", "failed"))
+        else:
+            ok.append(entry)
+    # Only aggregates in the file (--benchmark_report_aggregates_only): use the medians.
+    for name, entry in medians.items():
+        if not runs[name][0]:
+            runs[name][0].append(entry)
+    return runs
+
+
+def find_run(runs, benchmark, argument):
+    for name in runs:
+        if base_name(name) != benchmark:
+            continue
+        if argument and argument not in name.split("/"):
+            continue
+        return name
+    return None
+
+
+def median_of(entries, counter):
+    values = [entry[counter] for entry in entries if counter in entry]
+    return statistics.median(values) if values else None
+
+
+def table(runs):
+    header = ("#", "figure", "plug-in", "reference", "reference is", "ratio", "runs")
+    lines = []
+    notes = []
+    for row, benchmark, argument, mine, theirs, what, reference, formatter in ROWS:
+        name = find_run(runs, benchmark, argument)
+        if name is None:
+            continue
+        entries, errors = runs[name]
+        for error in errors:
+            notes.append(f"row {row}: a repetition of {name} failed: {error}")
+        plugin = median_of(entries, mine)
+        ref = median_of(entries, theirs)
+        if plugin is None or ref is None or (row == "6" and ref == 0):
+            lines.append((row, what, "n/a", "n/a", reference, "n/a", str(len(entries))))
+            continue
+        ratio = "n/a" if ref == 0 else (f"{plugin / ref * 100:.1f} %" if row == "5b" else f"{plugin / ref:.2f}")
+        lines.append((row, what, formatter(plugin), formatter(ref), reference, ratio, str(len(entries))))
+
+    widths = [max(len(line[i]) for line in [header] + lines) for i in range(len(header))]
+    right = {2, 3, 5, 6}
+
+    def render(line):
+        cells = [cell.rjust(widths[i]) if i in right else cell.ljust(widths[i]) for i, cell in enumerate(line)]
+        return "  ".join(cells).rstrip()
+
+    out = [render(header), "  ".join("-" * width for width in widths)]
+    out += [render(line) for line in lines]
+    return out, notes
+
+
+def details(runs):
+    """Figures that explain a row without being compared."""
+    out = []
+    name = find_run(runs, "BM_StalledNetwork", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+        out.append("row 2: callback CPU time, longest: "
+                   f"{median_of(entries, 'stall_cpu_max_us'):.0f} µs stalled, "
+                   f"{median_of(entries, 'flowing_cpu_max_us'):.0f} µs before; "
+                   f"{median_of(entries, 'queued_at_resume'):.0f} packets queued when the server read again")
+        out.append("row 2: the 10 s after the stall, while the backlog drains: longest "
+                   f"{milliseconds_from_us(median_of(entries, 'resumed_max_us'))}, 99th percentile "
+                   f"{milliseconds_from_us(median_of(entries, 'resumed_p99_us'))}")
+        out.append(f"row 6: growth measured over the last {median_of(entries, 'growth_window_s'):.1f} s of the stall "
+                   "(before that the socket buffers take the stream)")
+    name = find_run(runs, "BM_ReconnectToKeyframe", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+        out.append("row 4: the plug-in retries on a keyframe (every 2 s) once 1 s has passed since the loss "
+                   "(then 2, 3, 4, 5 s) and starts the new stream on the keyframe after; the host waits "
+                   "RetryDelay 2 s (x1.5 per further try, MaxRetries 25) and restarts its encoders")
+        out.append(f"row 4: the loss was noticed after {median_of(entries, 'plugin_notice_ms'):.0f} ms (plug-in), "
+                   f"{median_of(entries, 'host_notice_ms'):.0f} ms (host)")
+    name = find_run(runs, "BM_PipelineCpu", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+        out.append(f"row 5: the same process with nothing streaming: "
+                   f"{median_of(entries, 'idle_cpu_s_per_min'):.2f} s/min")
+    return out
+
+
+def main(argv):
+    if len(argv) != 2:
+        print(__doc__.strip(), file=sys.stderr)
+        return 2
+    runs = load_runs(argv[1])
+    lines, notes = table(runs)
+    print()
+    print("==== plug-in beside its reference (medians; ratio = plug-in / reference) ====")
+    for line in lines:
+        print(line)
+    extra = details(runs) + notes
+    if extra:
+        print()
+        for line in extra:
+            print(line)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
