@@ -10,7 +10,6 @@
 #include <dirent.h>
 
 #include <chrono>
-#include <functional>
 #include <thread>
 
 using cvtest::log_contains;
@@ -197,86 +196,6 @@ TEST_F(MuxOutputTest, StartStopCyclesLeaveNoThreadBehind)
 	}
 	sleep_ms(300);
 	EXPECT_LE(thread_count(), threads);
-}
-
-namespace {
-
-// Kills the server mid-stream `rounds` times and checks every segment it recorded.
-// Rounds follow what the server saw (one recording per connection), not log counts:
-// a retry may connect while the server is still coming up.
-template<typename Server>
-void reconnect_rounds(Server &server, MuxPipeline &pipeline, int rounds, int down_ms, size_t min_failed_retries,
-		      const std::function<std::vector<std::string>()> &recordings)
-{
-	auto wait_for_recordings = [&](size_t count) {
-		const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(45);
-		while (recordings().size() < count) {
-			if (std::chrono::steady_clock::now() > deadline)
-				return false;
-			sleep_ms(50);
-		}
-		return true;
-	};
-
-	for (int round = 1; round <= rounds; round++) {
-		SCOPED_TRACE("round " + std::to_string(round));
-		ASSERT_TRUE(wait_for_recordings(size_t(round)));
-		sleep_ms(2500);
-		const size_t lost = log_count("entering reconnect mode");
-		server.kill_hard();
-		ASSERT_TRUE(wait_for_log("entering reconnect mode", 45000, lost + 1));
-		EXPECT_TRUE(obs_output_active(pipeline.output()));
-		sleep_ms(down_ms); // a retry or more while the server is down
-		std::string error;
-		ASSERT_TRUE(server.restart(&error)) << error;
-	}
-	ASSERT_TRUE(wait_for_recordings(size_t(rounds + 1)));
-	sleep_ms(2500);
-	pipeline.stop();
-	server.stop();
-
-	EXPECT_GE(log_count("reconnect succeeded"), size_t(rounds));
-	EXPECT_GE(log_count("reconnect failed, will retry"), min_failed_retries);
-	const auto files = recordings();
-	ASSERT_EQ(files.size(), size_t(rounds + 1));
-	for (const std::string &file : files) {
-		SCOPED_TRACE(file);
-		const RecordingInfo info = probe_recording(file);
-		ASSERT_TRUE(info.opened) << info.error;
-		EXPECT_EQ(info.decode_errors, 0);
-		EXPECT_TRUE(info.first_video_packet_key);
-		EXPECT_GT(info.video_frames_decoded, 10);
-	}
-}
-
-} // namespace
-
-TEST_F(MuxOutputTest, RtmpReconnectsAfterTheServerDiesFiveTimes)
-{
-	cvtest::RtmpServer server;
-	std::string error;
-	ASSERT_TRUE(server.start(&error)) << error;
-	MuxPipeline pipeline;
-	ASSERT_TRUE(pipeline.create(server.app_url(), "again"));
-	ASSERT_TRUE(pipeline.start());
-	reconnect_rounds(server, pipeline, 5, 2500, 5, [&] { return server.recordings("again"); });
-	EXPECT_EQ(pipeline.stop_codes(), std::vector<long long>{OBS_OUTPUT_SUCCESS});
-}
-
-TEST_F(MuxOutputTest, SrtReconnectsAfterTheListenerDiesFiveTimes)
-{
-	cvtest::SrtListener listener;
-	std::string error;
-	ASSERT_TRUE(listener.start(&error)) << error;
-	MuxPipeline pipeline;
-	ASSERT_TRUE(pipeline.create(listener.url(), ""));
-	ASSERT_TRUE(pipeline.start());
-	// An SRT caller learns that nobody listens only when its connect times out, an
-	// attempt under way when the listener returns succeeds, and the newest SRT
-	// library may even report a connection to nobody as made (the first write then
-	// fails): a failed retry cannot be counted on here; the RTMP test counts them.
-	reconnect_rounds(listener, pipeline, 5, 4500, 0, [&] { return listener.recordings(); });
-	EXPECT_EQ(pipeline.stop_codes(), std::vector<long long>{OBS_OUTPUT_SUCCESS});
 }
 
 TEST_F(MuxOutputTest, FirstPacketsAreHeldUntilTheCodecHeadersExist)
