@@ -45,6 +45,7 @@ enum class Outcome {
 	Streams,         // the server receives the stream
 	RejectedOrStops, // unreachable: rejected as above, or still connecting after a
 			 // while, and then the user's Stop returns at once
+	Stops,           // still connecting after a while; the user's Stop returns at once
 };
 
 const char *outcome_name(Outcome outcome)
@@ -60,6 +61,8 @@ const char *outcome_name(Outcome outcome)
 		return "streams";
 	case Outcome::RejectedOrStops:
 		return "rejected or stopped";
+	case Outcome::Stops:
+		return "stopped while connecting";
 	}
 	return "?";
 }
@@ -71,6 +74,7 @@ struct AddressCase {
 	bool hand_edited; // written into the profile file (bytes a dialog cannot take) instead of typed
 	Outcome outcome;
 	std::string detail;
+	bool silent_server = false; // the RTMP server accepts connections but never answers
 };
 
 struct FileCase {
@@ -240,6 +244,8 @@ void BadInputsTest::try_address(const AddressCase &c)
 		ASSERT_EQ(dialog.result(), int(QDialog::Accepted));
 	}
 
+	if (c.silent_server)
+		rtmp_.pause();
 	const size_t flv_before = flv_files_below(rtmp_.dir());
 	const size_t srt_before = srt_.recordings().size();
 	auto wait_until = [&](int ms, const std::function<bool()> &done) {
@@ -262,10 +268,14 @@ void BadInputsTest::try_address(const AddressCase &c)
 		EXPECT_EQ(dock_child<QLabel>("statusLabel")->text(), "Stopped");
 		break;
 	case Outcome::Rejected:
-	case Outcome::RejectedOrStops: {
+	case Outcome::RejectedOrStops:
+	case Outcome::Stops: {
 		const int patience = c.outcome == Outcome::Rejected ? 30000 : 4000;
 		const bool rejected = wait_until(patience, [&] { return answerer.answered() > 0 && !output_active(); });
-		if (rejected || c.outcome == Outcome::Rejected) {
+		if (c.outcome == Outcome::Stops) {
+			EXPECT_FALSE(rejected);
+			EXPECT_TRUE(output_active());
+		} else if (rejected || c.outcome == Outcome::Rejected) {
 			ASSERT_TRUE(rejected) << "no error box; log:\n" << cvtest::logs_matching("corvane");
 			EXPECT_EQ(answerer.answered(), 1);
 			EXPECT_EQ(answerer.last_text(), QString::fromUtf8(c.detail.c_str()));
@@ -276,6 +286,8 @@ void BadInputsTest::try_address(const AddressCase &c)
 		const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 		EXPECT_LT(took, 5.0) << "the stop waited for the unreachable server";
 		EXPECT_TRUE(wait_until(10000, [&] { return !output_active(); }));
+		cvtest::process_events_for(300);
+		EXPECT_EQ(answerer.answered(), 0) << "a stop by the user is no error";
 		break;
 	}
 	case Outcome::Streams: {
@@ -292,6 +304,8 @@ void BadInputsTest::try_address(const AddressCase &c)
 		break;
 	}
 	}
+	if (c.silent_server)
+		rtmp_.resume();
 	EXPECT_FALSE(output_active());
 	const std::string key = cv::trim_blanks(c.key);
 	if (key.size() >= 4) {
@@ -327,6 +341,7 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		 kRejected},
 		{"unreachable address", "rtmp://192.0.2.1:1935/live", "key1", false, Outcome::RejectedOrStops,
 		 kRejected},
+		{"server that accepts and never answers", "{rtmp}", "key1", false, Outcome::Stops, "", true},
 		{"control characters", "rtmp://127.0.0.1:{port}/li\x01ve\x7f", "key1", false, Outcome::Rejected,
 		 kRejected},
 		{"blank inside", "rtmp://127.0.0.1:{port}/live now", "key1", false, Outcome::Rejected, kRejected},
