@@ -133,8 +133,9 @@ void BM_PacketPath(benchmark::State &state)
 // During the stall the process's resident memory and the bytes in the write queue are
 // sampled. Once the socket buffers are full every packet stays in the queue, which
 // then grows by the stream's own bitrate; memory should grow by that much and no more.
-// Memory the process freed earlier is given back to the system first, so that reusing
-// it does not hide growth.
+// Memory the process freed earlier is given back to the system as the stream starts,
+// so that reusing it does not hide growth; the allocator's own count of the bytes it
+// handed out during the stall is reported beside.
 void BM_StalledNetwork(benchmark::State &state)
 {
 	cvtest::RtmpServer server;
@@ -150,6 +151,10 @@ void BM_StalledNetwork(benchmark::State &state)
 			state.SkipWithError("the output did not start");
 			return;
 		}
+		// Trimming takes the allocator's locks: calls meanwhile are left out.
+		const uint64_t trim_begin = steady_ns();
+		malloc_trim(0);
+		const uint64_t trim_end = steady_ns();
 		sleep_s(kFlowingSeconds);
 		cv::MuxOutput *mux = TimedMux::instance().mux();
 		if (!mux) {
@@ -157,14 +162,11 @@ void BM_StalledNetwork(benchmark::State &state)
 			return;
 		}
 
-		// Trimming takes the allocator's locks: calls meanwhile are left out.
-		const uint64_t trim_begin = steady_ns();
-		malloc_trim(0);
-		const uint64_t trim_end = steady_ns();
-
 		std::vector<double> at_s;
 		std::vector<double> resident;
 		std::vector<double> queued;
+		const uint64_t heap_begin = heap_in_use_bytes();
+		const uint64_t queued_begin = queued_bytes(*mux);
 		const uint64_t stall_begin = steady_ns();
 		const uint64_t stall_until = stall_begin + uint64_t(state.range(0)) * 1000000000u;
 		server.pause();
@@ -175,6 +177,8 @@ void BM_StalledNetwork(benchmark::State &state)
 			at_s.push_back(double(steady_ns() - stall_begin) / 1e9);
 		}
 		const uint64_t stall_end = steady_ns();
+		const uint64_t heap_end = heap_in_use_bytes();
+		const uint64_t queued_end = queued_bytes(*mux);
 		size_t queued_packets = 0;
 		{
 			std::lock_guard queue_lock(mux->queue_mutex);
@@ -238,6 +242,11 @@ void BM_StalledNetwork(benchmark::State &state)
 		state.counters["rss_mb_per_min"] = resident_per_min / 1e6;
 		state.counters["queued_mb_per_min"] = queued_per_min / 1e6;
 		state.counters["rss_per_queued"] = queued_per_min > 0 ? resident_per_min / queued_per_min : 0;
+		// What the allocator handed out over the whole stall, beside what the queue gained.
+		state.counters["heap_per_queued"] =
+			queued_end > queued_begin
+				? (double(heap_end) - double(heap_begin)) / double(queued_end - queued_begin)
+				: 0;
 	}
 	server.stop();
 }
