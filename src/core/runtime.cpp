@@ -8,6 +8,8 @@
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
 
+#include <algorithm>
+
 namespace cv {
 
 namespace {
@@ -58,7 +60,11 @@ OutputConfig output_config_from_profile()
 	OutputConfig config;
 	config.url = rtmpurl();
 	config.key = streamkey();
-	config.bitrate_kbps = videobitrate();
+	const uint32_t kbps = videobitrate();
+	config.bitrate_kbps = std::clamp(kbps, kMinVideoKbps, kMaxVideoKbps);
+	if (config.bitrate_kbps != kbps)
+		blog(LOG_WARNING, "[%s] Video bitrate %u kbps is out of range — using %u kbps", kLogTag, kbps,
+		     config.bitrate_kbps);
 	config.encoder_preset = encoderpreset();
 	// Never read from a file: the encoder is always chosen by the fallback order.
 	config.preferred_encoder = "auto";

@@ -1,6 +1,7 @@
 #include "settings_dialog.h"
 
 #include "core/settings_store.h"
+#include "output/output_config.h"
 
 #include <obs-frontend-api.h>
 
@@ -84,7 +85,7 @@ void SettingsDialog::build()
 	stream->addRow("Stream Key:", keyRow);
 
 	QFormLayout *encoding = add_group(main, this, "Encoding");
-	bitrateSpin = make_spin(this, 500, 51000, 100, " kbps");
+	bitrateSpin = make_spin(this, int(kMinVideoKbps), int(kMaxVideoKbps), 100, " kbps");
 	encoding->addRow("Video Bitrate:", bitrateSpin);
 	presetCombo = new QComboBox(this);
 	presetCombo->addItems(
