@@ -393,6 +393,8 @@ TEST_F(BadInputsTest, HandEditedProfileFiles)
 		{"fractional frame rate", stream + "canvaswidth=360\ncanvasheight=640\nfpsnum=30.5\n", true, 360, 640,
 		 true},
 		{"zero bitrate", stream + "canvaswidth=360\ncanvasheight=640\nvideobitrate=0\n", true, 360, 640, true},
+		{"negative bitrate", stream + "canvaswidth=360\ncanvasheight=640\nvideobitrate=-800\n", true, 360, 640,
+		 true},
 		{"unknown encoder preset", stream + "canvaswidth=360\ncanvasheight=640\nencoderpreset=warp9\n", true,
 		 360, 640, true},
 		{"truncated file", "[VerticalCanvas]\nrtmpurl={rtmp}\nstreamkey=edited\ncanvasheight=64", true, 1080,
