@@ -2,12 +2,11 @@
 #include "log_capture.h"
 #include "late_header_encoder.h"
 #include "mux_pipeline.h"
+#include "process_stats.h"
 #include "recording_probe.h"
 #include "stream_servers.h"
 
 #include "mux/mux_output.h"
-
-#include <dirent.h>
 
 #include <chrono>
 #include <thread>
@@ -17,6 +16,7 @@ using cvtest::log_count;
 using cvtest::wait_for_log;
 using cvtest::MuxPipeline;
 using cvtest::probe_recording;
+using cvtest::thread_count;
 using cvtest::RecordingInfo;
 
 namespace {
@@ -24,17 +24,6 @@ namespace {
 void sleep_ms(int ms)
 {
 	std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-size_t thread_count()
-{
-	size_t count = 0;
-	if (DIR *dir = opendir("/proc/self/task")) {
-		while (dirent *entry = readdir(dir))
-			count += entry->d_name[0] != '.';
-		closedir(dir);
-	}
-	return count;
 }
 
 class MuxOutputTest : public cvtest::HostTest {

@@ -1,5 +1,4 @@
-#include "host_fixture.h"
-#include "host_sources.h"
+#include "canvas_output_fixture.h"
 #include "log_capture.h"
 #include "recording_probe.h"
 #include "stream_servers.h"
@@ -25,10 +24,6 @@ using cvtest::wait_for_log;
 
 namespace {
 
-constexpr uint32_t kRed = 0xFF0000;
-constexpr uint32_t kGreen = 0x00FF00;
-constexpr uint32_t kBlue = 0x0000FF;
-constexpr uint32_t kWhite = 0xFFFFFF;
 const char *const kHardwareIds[] = {"jim_nvenc", "jim_nvenc_h264", "h264_amf", "obs_qsv11", "obs_qsv11_v2"};
 
 void sleep_ms(int ms)
@@ -117,52 +112,8 @@ void register_unopenable_encoder(const char *id)
 	obs_register_encoder(&info);
 }
 
-class VerticalOutputTest : public cvtest::HostTest {
+class VerticalOutputTest : public cvtest::CanvasOutputTest {
 protected:
-	cvtest::HostOptions host_options() const override
-	{
-		cvtest::HostOptions options;
-		options.fps_num = 30;
-		return options;
-	}
-
-	void SetUp() override
-	{
-		HostTest::SetUp();
-		cv::register_mux_output();
-		cv::CanvasConfig config;
-		config.width = 360;
-		config.height = 640;
-		canvas_ = std::make_unique<cv::VerticalCanvas>(config);
-		ASSERT_TRUE(canvas_->init());
-		// Seen through the 9:16 cover: the right half of green and the left half of blue.
-		scene_ = cvtest::make_band_scene("Show", {kRed, kGreen, kBlue, kWhite});
-		ASSERT_TRUE(canvas_->assign_scene_source("Scene 1", "Show"));
-	}
-
-	void TearDown() override
-	{
-		output_.reset();
-		if (canvas_)
-			canvas_->shutdown();
-		canvas_.reset();
-		scene_ = nullptr;
-		HostTest::TearDown();
-	}
-
-	cv::VerticalOutput &make_output(const std::string &url, const std::string &key,
-					const std::string &preferred = "auto", uint32_t kbps = 1000)
-	{
-		cv::OutputConfig config;
-		config.url = url;
-		config.key = key;
-		config.bitrate_kbps = kbps;
-		config.preferred_encoder = preferred;
-		output_ = std::make_unique<cv::VerticalOutput>(canvas_.get(), config);
-		EXPECT_TRUE(output_->init());
-		return *output_;
-	}
-
 	// Streams to the server for `seconds` and returns the one recording of `key`.
 	std::string stream_for(cv::VerticalOutput &output, double seconds,
 			       const std::function<std::vector<std::string>()> &recordings)
@@ -217,10 +168,6 @@ protected:
 		EXPECT_GT(info.audio_frames_decoded, 0);
 		expect_cover_picture(path);
 	}
-
-	std::unique_ptr<cv::VerticalCanvas> canvas_;
-	OBSSceneAutoRelease scene_;
-	std::unique_ptr<cv::VerticalOutput> output_;
 };
 
 } // namespace

@@ -3,19 +3,10 @@
 // a profile switch, or typed as a scene name. Every row has one expected, clear
 // outcome; none may crash, hang, leak the stream key or lose the saved scene list.
 
-#include "ui_test.h"
-
-#include "stress_fixture.h"
-
-#include "log_capture.h"
-#include "stream_servers.h"
+#include "frontend_stress_test.h"
 
 #include "canvas/vertical_canvas.h"
-#include "core/dock_registry.h"
-#include "core/frontend_events.h"
-#include "core/scene_list_store.h"
 #include "mux/stream_url.h"
-#include "output/vertical_output.h"
 #include "ui/settings_dialog.h"
 #include "ui/vertical_dock.h"
 
@@ -23,7 +14,6 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMainWindow>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -103,27 +93,15 @@ std::string replace_all(std::string text, const std::string &from, const std::st
 	return text;
 }
 
-class BadInputsTest : public UiTest {
+class BadInputsTest : public cvtest::FrontendStressTest {
 protected:
-	cvtest::HostOptions host_options() const override
-	{
-		cvtest::HostOptions options;
-		options.fps_num = 30;
-		return options;
-	}
-
 	void SetUp() override
 	{
-		UiTest::SetUp();
+		FrontendStressTest::SetUp();
 		if (HasFatalFailure())
 			return;
 		std::string error;
-		ASSERT_TRUE(rtmp_.start(&error)) << error;
 		ASSERT_TRUE(srt_.start(&error)) << error;
-		window_ = std::make_unique<QMainWindow>();
-		cvtest::frontend::set_main_window(window_.get());
-		obs_frontend_add_event_callback(cv::on_frontend_event, nullptr);
-		show_ = cvtest::make_band_scene("Show", {0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF});
 		write_file(global_config_file(), kSavedScenes);
 		write_file(profile_file(), good_profile("good"));
 		cv::load_global_config();
@@ -135,18 +113,8 @@ protected:
 
 	void TearDown() override
 	{
-		obs_frontend_remove_event_callback(cv::on_frontend_event, nullptr);
 		dock_.reset();
-		{
-			std::lock_guard lock(cv::runtime_mutex());
-			cv::destroy_runtime(false);
-			cv::forget_dock();
-		}
-		window_.reset();
-		if (show_)
-			obs_source_remove(obs_scene_get_source(show_));
-		show_ = nullptr;
-		UiTest::TearDown();
+		FrontendStressTest::TearDown();
 	}
 
 	static constexpr const char *kSavedScenes = "[Scenes]\ncount=2\nactivescene=Talk\n"
@@ -182,12 +150,6 @@ protected:
 		make_dock();
 	}
 
-	bool output_active()
-	{
-		std::lock_guard lock(cv::runtime_mutex());
-		return cv::runtime_output() && cv::runtime_output()->is_active();
-	}
-
 	template<typename T> T *dock_child(const char *name) { return dock_->findChild<T *>(name); }
 
 	// The scene list the canvas holds and the one the global file holds are the saved ones.
@@ -208,12 +170,7 @@ protected:
 
 	void try_address(const AddressCase &c);
 
-	static void fire(obs_frontend_event event) { cvtest::frontend::fire_event(event); }
-
-	cvtest::RtmpServer rtmp_;
 	cvtest::SrtListener srt_;
-	std::unique_ptr<QMainWindow> window_;
-	OBSSceneAutoRelease show_;
 	std::unique_ptr<cv::VerticalDock> dock_;
 };
 
@@ -263,7 +220,7 @@ void BadInputsTest::try_address(const AddressCase &c)
 	case Outcome::Refused:
 		break;
 	case Outcome::NotStarted:
-		EXPECT_FALSE(output_active());
+		EXPECT_FALSE(vertical_active());
 		EXPECT_TRUE(log_contains(c.detail)) << cvtest::logs_matching("corvane");
 		EXPECT_EQ(dock_child<QLabel>("statusLabel")->text(), "Stopped");
 		break;
@@ -271,10 +228,11 @@ void BadInputsTest::try_address(const AddressCase &c)
 	case Outcome::RejectedOrStops:
 	case Outcome::Stops: {
 		const int patience = c.outcome == Outcome::Rejected ? 30000 : 4000;
-		const bool rejected = wait_until(patience, [&] { return answerer.answered() > 0 && !output_active(); });
+		const bool rejected =
+			wait_until(patience, [&] { return answerer.answered() > 0 && !vertical_active(); });
 		if (c.outcome == Outcome::Stops) {
 			EXPECT_FALSE(rejected);
-			EXPECT_TRUE(output_active());
+			EXPECT_TRUE(vertical_active());
 		} else if (rejected || c.outcome == Outcome::Rejected) {
 			ASSERT_TRUE(rejected) << "no error box; log:\n" << cvtest::logs_matching("corvane");
 			EXPECT_EQ(answerer.answered(), 1);
@@ -285,7 +243,7 @@ void BadInputsTest::try_address(const AddressCase &c)
 		dock_child<QPushButton>("stopButton")->click();
 		const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 		EXPECT_LT(took, 5.0) << "the stop waited for the unreachable server";
-		EXPECT_TRUE(wait_until(10000, [&] { return !output_active(); }));
+		EXPECT_TRUE(wait_until(10000, [&] { return !vertical_active(); }));
 		cvtest::process_events_for(300);
 		EXPECT_EQ(answerer.answered(), 0) << "a stop by the user is no error";
 		break;
@@ -297,16 +255,16 @@ void BadInputsTest::try_address(const AddressCase &c)
 		});
 		EXPECT_TRUE(reached) << "nothing reached the server; log:\n" << cvtest::logs_matching("corvane");
 		sleep_ms(1000);
-		EXPECT_TRUE(output_active());
+		EXPECT_TRUE(vertical_active());
 		dock_child<QPushButton>("stopButton")->click();
-		EXPECT_TRUE(wait_until(10000, [&] { return !output_active(); }));
+		EXPECT_TRUE(wait_until(10000, [&] { return !vertical_active(); }));
 		EXPECT_EQ(answerer.answered(), 0) << answerer.last_text().toStdString();
 		break;
 	}
 	}
 	if (c.silent_server)
 		rtmp_.resume();
-	EXPECT_FALSE(output_active());
+	EXPECT_FALSE(vertical_active());
 	const std::string key = cv::trim_blanks(c.key);
 	if (key.size() >= 4) {
 		EXPECT_FALSE(log_contains(key)) << "the stream key reached the log";
@@ -434,9 +392,7 @@ TEST_F(BadInputsTest, HandEditedProfileFiles)
 			EXPECT_TRUE(cvtest::wait_for_log("mux opened", 20000, opened + 1))
 				<< cvtest::logs_matching("corvane");
 			fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-			for (int i = 0; i < 200 && output_active(); i++)
-				cvtest::process_events_for(50);
-			EXPECT_FALSE(output_active());
+			EXPECT_TRUE(wait_vertical_inactive());
 		}
 
 		// A good file and another switch bring everything back.

@@ -2,96 +2,31 @@
 // live, and the stream started and stopped with the main stream many times over: no
 // crash, no thread or libobs allocation left behind, the saved scene list intact.
 
-#include "ui_test.h"
+#include "frontend_stress_test.h"
 
-#include "stress_fixture.h"
-
-#include "host_sources.h"
-#include "log_capture.h"
-#include "recording_probe.h"
-#include "stream_servers.h"
+#include "process_stats.h"
 
 #include "canvas/vertical_canvas.h"
-#include "core/dock_registry.h"
-#include "core/frontend_events.h"
-#include "output/vertical_output.h"
-
-#include <QMainWindow>
-
-#include <dirent.h>
-#include <malloc.h>
 
 namespace {
 
+using cvtest::heap_in_use;
 using cvtest::log_count;
-using cvtest::sleep_ms;
+using cvtest::thread_count;
 using cvtest::wait_for_log;
-
-size_t thread_count()
-{
-	size_t count = 0;
-	if (DIR *dir = opendir("/proc/self/task")) {
-		while (dirent *entry = readdir(dir))
-			count += entry->d_name[0] != '.';
-		closedir(dir);
-	}
-	return count;
-}
-
-// Bytes the allocator has handed out and not been given back.
-size_t heap_in_use()
-{
-	const struct mallinfo2 info = mallinfo2();
-	return info.uordblks + info.hblkhd;
-}
 
 // What a repeated cycle may leave behind in all: a leaked canvas, encoder set or write
 // queue costs megabytes each time; the allocator's own bookkeeping stays well below.
 constexpr size_t kHeapSlack = 4 * 1024 * 1024;
 
-class ProfileAndCyclesTest : public UiTest {
+class ProfileAndCyclesTest : public cvtest::FrontendStressTest {
 protected:
-	cvtest::HostOptions host_options() const override
-	{
-		cvtest::HostOptions options;
-		options.fps_num = 30;
-		return options;
-	}
-
-	void SetUp() override
-	{
-		UiTest::SetUp();
-		if (HasFatalFailure())
-			return;
-		std::string error;
-		ASSERT_TRUE(server_.start(&error)) << error;
-		window_ = std::make_unique<QMainWindow>();
-		cvtest::frontend::set_main_window(window_.get());
-		obs_frontend_add_event_callback(cv::on_frontend_event, nullptr);
-		show_ = cvtest::make_band_scene("Show", {0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF});
-	}
-
-	void TearDown() override
-	{
-		obs_frontend_remove_event_callback(cv::on_frontend_event, nullptr);
-		{
-			std::lock_guard lock(cv::runtime_mutex());
-			cv::destroy_runtime(false);
-			cv::forget_dock();
-		}
-		window_.reset();
-		if (show_)
-			obs_source_remove(obs_scene_get_source(show_));
-		show_ = nullptr;
-		UiTest::TearDown();
-	}
-
 	// A profile folder of its own whose settings stream to the test server under `key`.
 	std::string make_profile(const std::string &name, const std::string &key, int width, int height)
 	{
 		const std::string dir = temp_dir() + "/profiles/" + name;
 		write_file(dir + "/corvane-vertical-canvas.ini",
-			   "[VerticalCanvas]\nrtmpurl=" + server_.app_url() + "\nstreamkey=" + key +
+			   "[VerticalCanvas]\nrtmpurl=" + rtmp_.app_url() + "\nstreamkey=" + key +
 				   "\ncanvaswidth=" + std::to_string(width) +
 				   "\ncanvasheight=" + std::to_string(height) + "\nvideobitrate=800\n");
 		return dir;
@@ -114,25 +49,6 @@ protected:
 		cvtest::frontend::set_profile_dir(dir);
 		fire(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
 	}
-
-	bool vertical_active()
-	{
-		std::lock_guard lock(cv::runtime_mutex());
-		return cv::runtime_output() && cv::runtime_output()->is_active();
-	}
-
-	bool wait_vertical_inactive()
-	{
-		for (int i = 0; i < 500 && vertical_active(); i++)
-			cvtest::process_events_for(20);
-		return !vertical_active();
-	}
-
-	static void fire(obs_frontend_event event) { cvtest::frontend::fire_event(event); }
-
-	cvtest::RtmpServer server_;
-	std::unique_ptr<QMainWindow> window_;
-	OBSSceneAutoRelease show_;
 };
 
 TEST_F(ProfileAndCyclesTest, ProfileSwitchesWhileStreaming)
@@ -180,21 +96,13 @@ TEST_F(ProfileAndCyclesTest, ProfileSwitchesWhileStreaming)
 	EXPECT_GE(log_count("Profile change — rebuilding vertical runtime"), size_t(switches + 1));
 
 	// The last runtime still streams, and what it sends decodes.
-	const size_t written = log_count("first TS keyframe written");
-	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	ASSERT_TRUE(wait_for_log("first TS keyframe written", 20000, written + 1));
-	sleep_ms(3000);
-	fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-	ASSERT_TRUE(wait_vertical_inactive());
-	const auto recordings = server_.recordings("first");
-	ASSERT_FALSE(recordings.empty());
-	const cvtest::RecordingInfo info = cvtest::probe_recording(recordings.back());
+	const cvtest::RecordingInfo info = stream_with_main("first");
 	ASSERT_TRUE(info.opened) << info.error;
 	EXPECT_EQ(info.decode_errors, 0);
 	EXPECT_TRUE(info.first_video_packet_key);
 	EXPECT_EQ(info.width, 360);
 
-	sleep_ms(300);
+	cvtest::sleep_ms(300);
 	EXPECT_LE(thread_count(), threads);
 	EXPECT_LT(heap_in_use(), heap + kHeapSlack) << "the heap grew by " << (heap_in_use() - heap) << " bytes";
 	// The list saved by every teardown is the one restored: nothing dropped or added.
@@ -231,21 +139,13 @@ TEST_F(ProfileAndCyclesTest, StartStopCyclesWithTheMainStream)
 	EXPECT_EQ(log_count("No encoder could start successfully"), 0u);
 
 	// A last, longer run decodes from its first frame.
-	const size_t opened = log_count("mux opened");
-	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	ASSERT_TRUE(wait_for_log("mux opened", 20000, opened + 1));
-	sleep_ms(3000);
-	fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-	ASSERT_TRUE(wait_vertical_inactive());
-	const auto recordings = server_.recordings("cycles");
-	ASSERT_FALSE(recordings.empty());
-	const cvtest::RecordingInfo info = cvtest::probe_recording(recordings.back());
+	const cvtest::RecordingInfo info = stream_with_main("cycles");
 	ASSERT_TRUE(info.opened) << info.error;
 	EXPECT_EQ(info.decode_errors, 0);
 	EXPECT_TRUE(info.first_video_packet_key);
 	EXPECT_GT(info.video_frames_decoded, 30);
 
-	sleep_ms(300);
+	cvtest::sleep_ms(300);
 	EXPECT_LE(thread_count(), threads);
 	EXPECT_LT(heap_in_use(), heap + kHeapSlack) << "the heap grew by " << (heap_in_use() - heap) << " bytes";
 }

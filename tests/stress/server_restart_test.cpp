@@ -3,6 +3,8 @@
 
 #include "stress_fixture.h"
 
+#include "canvas_output_fixture.h"
+
 #include "log_capture.h"
 #include "reconnect_rounds.h"
 #include "stream_servers.h"
@@ -11,7 +13,7 @@ namespace {
 
 using cvtest::by_form;
 
-class ServerRestartTest : public cvtest::CanvasStressTest {};
+class ServerRestartTest : public cvtest::CanvasOutputTest {};
 
 TEST_F(ServerRestartTest, RtmpServerKilledAndRestartedDuringOneStream)
 {

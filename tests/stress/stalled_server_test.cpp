@@ -5,28 +5,25 @@
 
 #include "stress_fixture.h"
 
+#include "host_fixture.h"
+
 #include "log_capture.h"
 #include "mux_pipeline.h"
+#include "process_stats.h"
 #include "stream_servers.h"
 #include "timed_mux_output.h"
 
-#include <malloc.h>
+#include "mux/mux_output.h"
 
 #include <algorithm>
 #include <cstdio>
 
 namespace {
 
+using cvtest::heap_in_use;
 using cvtest::sleep_ms;
 using cvtest::steady_ns;
 using cvtest::TimedMux;
-
-// Bytes the process's allocator has handed out and not yet been given back.
-size_t heap_in_use()
-{
-	const struct mallinfo2 info = mallinfo2();
-	return info.uordblks + info.hblkhd;
-}
 
 struct QueueState {
 	size_t packets = 0;
@@ -58,12 +55,7 @@ uint64_t longest_callback_ns(uint64_t begin, uint64_t end)
 
 class StalledServerTest : public cvtest::HostTest {
 protected:
-	cvtest::HostOptions host_options() const override
-	{
-		cvtest::HostOptions options;
-		options.fps_num = 30;
-		return options;
-	}
+	cvtest::HostOptions host_options() const override { return cvtest::stress_host_options(); }
 
 	void SetUp() override
 	{

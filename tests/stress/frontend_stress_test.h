@@ -1,0 +1,93 @@
+#pragma once
+
+#include "ui_test.h"
+
+#include "stress_fixture.h"
+
+#include "host_sources.h"
+#include "log_capture.h"
+#include "recording_probe.h"
+#include "stream_servers.h"
+
+#include "core/dock_registry.h"
+#include "core/frontend_events.h"
+#include "output/vertical_output.h"
+
+#include <QMainWindow>
+
+#include <memory>
+#include <string>
+
+namespace cvtest {
+
+// The plug-in as the host program runs it: the front end's events reach the module's
+// callback, a main window holds the dock, a coloured host scene is there to be shown,
+// and an RTMP server is waiting.
+class FrontendStressTest : public UiTest {
+protected:
+	HostOptions host_options() const override { return stress_host_options(); }
+
+	void SetUp() override
+	{
+		UiTest::SetUp();
+		if (HasFatalFailure())
+			return;
+		std::string error;
+		ASSERT_TRUE(rtmp_.start(&error)) << error;
+		window_ = std::make_unique<QMainWindow>();
+		frontend::set_main_window(window_.get());
+		obs_frontend_add_event_callback(cv::on_frontend_event, nullptr);
+		show_ = make_band_scene("Show", {0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF});
+	}
+
+	void TearDown() override
+	{
+		obs_frontend_remove_event_callback(cv::on_frontend_event, nullptr);
+		{
+			std::lock_guard lock(cv::runtime_mutex());
+			cv::destroy_runtime(false);
+			cv::forget_dock();
+		}
+		window_.reset();
+		if (show_)
+			obs_source_remove(obs_scene_get_source(show_));
+		show_ = nullptr;
+		UiTest::TearDown();
+	}
+
+	static void fire(obs_frontend_event event) { frontend::fire_event(event); }
+
+	bool vertical_active()
+	{
+		std::lock_guard lock(cv::runtime_mutex());
+		return cv::runtime_output() && cv::runtime_output()->is_active();
+	}
+
+	bool wait_vertical_inactive()
+	{
+		for (int i = 0; i < 500 && vertical_active(); i++)
+			process_events_for(20);
+		return !vertical_active();
+	}
+
+	// The main stream runs for a few seconds; what the server recorded last for `key`.
+	RecordingInfo stream_with_main(const std::string &key)
+	{
+		const size_t written = log_count("first TS keyframe written");
+		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+		EXPECT_TRUE(wait_for_log("first TS keyframe written", 20000, written + 1));
+		sleep_ms(3000);
+		fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
+		EXPECT_TRUE(wait_vertical_inactive());
+		const auto recordings = rtmp_.recordings(key);
+		if (recordings.empty())
+			return {};
+		return probe_recording(recordings.back());
+	}
+
+	RtmpServer rtmp_;
+	std::unique_ptr<QMainWindow> window_;
+	OBSSceneAutoRelease show_;
+};
+
+} // namespace cvtest
