@@ -10,6 +10,7 @@ import shutil
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import time
 from pathlib import Path
@@ -377,9 +378,14 @@ class ObsSession:
             attempt += 1
             try:
                 # Newer hosts can take several seconds to act on the first request.
-                return self.obs.wait(min(8 if attempt == 1 else 3, max(0.1, deadline - time.monotonic())))
+                code = self.obs.wait(min(8 if attempt == 1 else 3, max(0.1, deadline - time.monotonic())))
             except subprocess.TimeoutExpired:
                 continue
+            if code != 0:
+                # Whatever went wrong, its log and crash report stay for a look.
+                self.keep = True
+                print(f"obs exited with {code}; its home is kept in {self.root}", file=sys.stderr)
+            return code
         self.obs.kill()
         self.obs.wait()
         raise ObsError(f"obs did not close within {timeout} s")
