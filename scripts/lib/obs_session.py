@@ -432,6 +432,21 @@ class ObsSession:
             time.sleep(0.2)
         return None
 
+    def close_window(self, wid, title, timeout=15):
+        """Closes a window as a user would (WM_DELETE_WINDOW) and waits until no window of
+        that title is left; True when it went. The request is repeated every few seconds:
+        on a loaded machine the first one has been seen to go unanswered."""
+        deadline = time.monotonic() + timeout
+        asked = 0.0
+        while time.monotonic() < deadline:
+            if self.wait_for_window(title, timeout=0.2) is None:
+                return True
+            if time.monotonic() - asked > 3:
+                self._send_delete(wid)
+                asked = time.monotonic()
+            time.sleep(0.2)
+        return self.wait_for_window(title, timeout=0.2) is None
+
     def screenshot(self, path, window=None):
         """Saves the screen, or one window of it, as PNG using ffmpeg's X11 grabber."""
         cmd = ["ffmpeg", "-loglevel", "error", "-y", "-f", "x11grab"]

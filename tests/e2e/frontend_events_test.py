@@ -142,9 +142,7 @@ class FrontendEvents(unittest.TestCase):
         box = obs.wait_for_window("Corvane Vertical Canvas", timeout=10)
         self.assertIsNotNone(box, obs.dialogs())
         obs.screenshot(self.artifacts / "dock-no-output.png")
-        obs._send_delete(box)
-        time.sleep(1)
-        self.assertIsNone(obs.wait_for_window("Corvane Vertical Canvas", timeout=1))
+        self.assertTrue(obs.close_window(box, "Corvane Vertical Canvas"))
 
         obs.request("SetCurrentProfile", {"profileName": "Good"})
         self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Runtime created: 540x960 @ 30/1 fps"))
