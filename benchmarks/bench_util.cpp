@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <malloc.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
@@ -98,12 +97,6 @@ uint64_t resident_bytes()
 	const int read = fscanf(statm, "%lu %lu", &size, &resident);
 	fclose(statm);
 	return read == 2 ? uint64_t(resident) * uint64_t(sysconf(_SC_PAGESIZE)) : 0;
-}
-
-uint64_t heap_in_use_bytes()
-{
-	const struct mallinfo2 info = mallinfo2();
-	return uint64_t(info.uordblks) + uint64_t(info.hblkhd);
 }
 
 uint64_t queued_bytes(cv::MuxOutput &mux)

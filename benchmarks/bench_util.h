@@ -34,8 +34,6 @@ double slope(const std::vector<double> &x, const std::vector<double> &y);
 uint64_t process_cpu_ns();
 // Resident memory of this process.
 uint64_t resident_bytes();
-// Bytes the C allocator has handed out and not yet got back (takes its locks).
-uint64_t heap_in_use_bytes();
 // Payload bytes waiting in an output's write queue (takes its queue lock briefly).
 uint64_t queued_bytes(cv::MuxOutput &mux);
 

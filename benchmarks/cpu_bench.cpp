@@ -74,24 +74,15 @@ void BM_PipelineCpu(benchmark::State &state)
 {
 	static int round = 0;
 	const double slice = double(state.range(0)) / 2;
-	cvtest::RtmpServer server;
+	SideBySide side;
 	std::string error;
-	if (!server.start(&error)) {
+	if (!side.make("cpu-plugin", "cpu-host", &error)) {
 		state.SkipWithError(error.c_str());
 		return;
 	}
-	cvtest::MuxPipeline pipeline(pipeline_options());
-	if (!pipeline.create(server.app_url(), "cpu-plugin")) {
-		state.SkipWithError("the output could not be made");
-		return;
-	}
-	HostRtmpOutput host = make_host_rtmp_output(server.app_url(), "cpu-host",
-						    obs_output_get_video_encoder(pipeline.output()),
-						    obs_output_get_audio_encoder(pipeline.output(), 0));
-	if (!host.output) {
-		state.SkipWithError("the host's rtmp_output is not available");
-		return;
-	}
+	cvtest::RtmpServer &server = side.server;
+	cvtest::MuxPipeline &pipeline = side.pipeline;
+	HostRtmpOutput &host = side.host;
 
 	for (auto _ : state) {
 		// Nothing streams: the host's own canvas and the idle vertical canvas.

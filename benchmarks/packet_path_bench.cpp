@@ -9,6 +9,7 @@
 #include "mux/mux_output.h"
 
 #include "mux_pipeline.h"
+#include "process_stats.h"
 #include "stream_servers.h"
 
 #include <benchmark/benchmark.h>
@@ -165,7 +166,7 @@ void BM_StalledNetwork(benchmark::State &state)
 		std::vector<double> at_s;
 		std::vector<double> resident;
 		std::vector<double> queued;
-		const uint64_t heap_begin = heap_in_use_bytes();
+		const uint64_t heap_begin = cvtest::heap_in_use();
 		const uint64_t queued_begin = queued_bytes(*mux);
 		const uint64_t stall_begin = steady_ns();
 		const uint64_t stall_until = stall_begin + uint64_t(state.range(0)) * 1000000000u;
@@ -177,7 +178,7 @@ void BM_StalledNetwork(benchmark::State &state)
 			at_s.push_back(double(steady_ns() - stall_begin) / 1e9);
 		}
 		const uint64_t stall_end = steady_ns();
-		const uint64_t heap_end = heap_in_use_bytes();
+		const uint64_t heap_end = cvtest::heap_in_use();
 		const uint64_t queued_end = queued_bytes(*mux);
 		size_t queued_packets = 0;
 		{

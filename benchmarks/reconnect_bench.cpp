@@ -154,24 +154,15 @@ void BM_ReconnectToKeyframe(benchmark::State &state)
 {
 	static int round = 0;
 	const double phase = double(pipeline_options().keyint_sec) * double(round++ % kRepetitions) / kRepetitions;
-	cvtest::RtmpServer server;
+	SideBySide side;
 	std::string error;
-	if (!server.start(&error)) {
+	if (!side.make("plugin", "host", &error)) {
 		state.SkipWithError(error.c_str());
 		return;
 	}
-	cvtest::MuxPipeline pipeline(pipeline_options());
-	if (!pipeline.create(server.app_url(), "plugin")) {
-		state.SkipWithError("the output could not be made");
-		return;
-	}
-	HostRtmpOutput host = make_host_rtmp_output(server.app_url(), "host",
-						    obs_output_get_video_encoder(pipeline.output()),
-						    obs_output_get_audio_encoder(pipeline.output(), 0));
-	if (!host.output) {
-		state.SkipWithError("the host's rtmp_output is not available");
-		return;
-	}
+	cvtest::RtmpServer &server = side.server;
+	cvtest::MuxPipeline &pipeline = side.pipeline;
+	HostRtmpOutput &host = side.host;
 
 	for (auto _ : state) {
 		TimedMux::instance().reset(false);
