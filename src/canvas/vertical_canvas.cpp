@@ -310,7 +310,8 @@ OBSSource VerticalCanvas::active_source() const
 void VerticalCanvas::update_preview_source()
 {
 	const int32_t index = active_index_;
-	obs_source_t *source = index >= 0 && size_t(index) < scenes_.size() ? scenes_[size_t(index)].source.Get() : nullptr;
+	obs_source_t *source = index >= 0 && size_t(index) < scenes_.size() ? scenes_[size_t(index)].source.Get()
+									    : nullptr;
 	OBSWeakSourceAutoRelease weak = obs_source_get_weak_source(source);
 	std::lock_guard lock(preview_mutex_);
 	preview_source_ = weak.Get();
@@ -355,13 +356,21 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 	if (!entry.scene)
 		return;
 
+	// The old items are removed after the enumeration, not inside it: the last release
+	// of an item enters the graphics context, and the enumeration holds the scene's
+	// lock, which the graphics thread takes while it renders the scene with the
+	// context held. Doing both at once deadlocks the two threads.
+	std::vector<OBSSceneItem> old_items;
 	obs_scene_enum_items(
 		entry.scene,
-		[](obs_scene_t *, obs_sceneitem_t *item, void *) {
-			obs_sceneitem_remove(item);
+		[](obs_scene_t *, obs_sceneitem_t *item, void *param) {
+			static_cast<std::vector<OBSSceneItem> *>(param)->emplace_back(item);
 			return true;
 		},
-		nullptr);
+		&old_items);
+	for (obs_sceneitem_t *item : old_items)
+		obs_sceneitem_remove(item);
+	old_items.clear();
 	if (!source)
 		return;
 
