@@ -79,6 +79,8 @@ protected:
 		sleep_ms(3000);
 		fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
 		EXPECT_TRUE(wait_vertical_inactive());
+		// The server finishes the recording once it has seen the connection close.
+		sleep_ms(1000);
 		const auto recordings = rtmp_.recordings(key);
 		if (recordings.empty())
 			return {};

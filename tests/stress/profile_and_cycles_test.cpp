@@ -44,11 +44,15 @@ public:
 		if (samples_.size() < 2)
 			return "too few samples";
 		char text[160];
-		snprintf(text, sizeof(text),
-			 "heap floor %.1f MB over the first half, %.1f MB over the second (%zu samples)",
+		snprintf(text, sizeof(text), "heap floor %.1f MB over the first half, %.1f MB over the second; MB:",
 			 double(lowest(0, samples_.size() / 2)) / 1e6,
-			 double(lowest(samples_.size() / 2, samples_.size())) / 1e6, samples_.size());
-		return text;
+			 double(lowest(samples_.size() / 2, samples_.size())) / 1e6);
+		std::string described = text;
+		for (const size_t sample : samples_) {
+			snprintf(text, sizeof(text), " %.1f", double(sample) / 1e6);
+			described += text;
+		}
+		return described;
 	}
 
 private:
