@@ -13,8 +13,6 @@
 #include "core/frontend_events.h"
 #include "output/vertical_output.h"
 
-#include <QMainWindow>
-
 #include <memory>
 #include <string>
 
@@ -23,39 +21,27 @@ namespace cvtest {
 // The plug-in as the host program runs it: the front end's events reach the module's
 // callback, a main window holds the dock, a coloured host scene is there to be shown,
 // and an RTMP server is waiting.
-class FrontendStressTest : public UiTest {
+class FrontendStressTest : public FrontendTest {
 protected:
 	HostOptions host_options() const override { return stress_host_options(); }
 
 	void SetUp() override
 	{
-		UiTest::SetUp();
+		FrontendTest::SetUp();
 		if (HasFatalFailure())
 			return;
 		std::string error;
 		ASSERT_TRUE(rtmp_.start(&error)) << error;
-		window_ = std::make_unique<QMainWindow>();
-		frontend::set_main_window(window_.get());
-		obs_frontend_add_event_callback(cv::on_frontend_event, nullptr);
 		show_ = make_band_scene("Show", {0xFF0000, 0x00FF00, 0x0000FF, 0xFFFFFF});
 	}
 
 	void TearDown() override
 	{
-		obs_frontend_remove_event_callback(cv::on_frontend_event, nullptr);
-		{
-			std::lock_guard lock(cv::runtime_mutex());
-			cv::destroy_runtime(false);
-			cv::forget_dock();
-		}
-		window_.reset();
 		if (show_)
 			obs_source_remove(obs_scene_get_source(show_));
 		show_ = nullptr;
-		UiTest::TearDown();
+		FrontendTest::TearDown();
 	}
-
-	static void fire(obs_frontend_event event) { frontend::fire_event(event); }
 
 	bool vertical_active()
 	{
@@ -88,7 +74,6 @@ protected:
 	}
 
 	RtmpServer rtmp_;
-	std::unique_ptr<QMainWindow> window_;
 	OBSSceneAutoRelease show_;
 };
 

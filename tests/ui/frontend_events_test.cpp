@@ -16,34 +16,7 @@ using cvtest::log_count;
 namespace {
 
 // Events delivered the way the host delivers them, through the callback the module adds.
-class FrontendEventsTest : public UiTest {
-protected:
-	void SetUp() override
-	{
-		UiTest::SetUp();
-		if (HasFatalFailure())
-			return;
-		window_ = std::make_unique<QMainWindow>();
-		cvtest::frontend::set_main_window(window_.get());
-		obs_frontend_add_event_callback(cv::on_frontend_event, nullptr);
-	}
-
-	void TearDown() override
-	{
-		obs_frontend_remove_event_callback(cv::on_frontend_event, nullptr);
-		{
-			std::lock_guard lock(cv::runtime_mutex());
-			cv::destroy_runtime(false);
-			cv::forget_dock();
-		}
-		window_.reset();
-		UiTest::TearDown();
-	}
-
-	static void fire(obs_frontend_event event) { cvtest::frontend::fire_event(event); }
-
-	std::unique_ptr<QMainWindow> window_;
-};
+class FrontendEventsTest : public FrontendTest {};
 
 } // namespace
 

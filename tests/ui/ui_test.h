@@ -4,11 +4,14 @@
 #include "host_fixture.h"
 #include "ui_helpers.h"
 
+#include "core/dock_registry.h"
+#include "core/frontend_events.h"
 #include "core/runtime.h"
 #include "core/settings_store.h"
 #include "mux/mux_output.h"
 
 #include <QApplication>
+#include <QMainWindow>
 
 #include <QString>
 
@@ -67,4 +70,35 @@ protected:
 	}
 
 	std::unique_ptr<QApplication> app_;
+};
+
+// The module as the host program runs it: a main window for the dock, and the front
+// end's events delivered to the module's callback.
+class FrontendTest : public UiTest {
+protected:
+	void SetUp() override
+	{
+		UiTest::SetUp();
+		if (HasFatalFailure())
+			return;
+		window_ = std::make_unique<QMainWindow>();
+		cvtest::frontend::set_main_window(window_.get());
+		obs_frontend_add_event_callback(cv::on_frontend_event, nullptr);
+	}
+
+	void TearDown() override
+	{
+		obs_frontend_remove_event_callback(cv::on_frontend_event, nullptr);
+		{
+			std::lock_guard lock(cv::runtime_mutex());
+			cv::destroy_runtime(false);
+			cv::forget_dock();
+		}
+		window_.reset();
+		UiTest::TearDown();
+	}
+
+	static void fire(obs_frontend_event event) { cvtest::frontend::fire_event(event); }
+
+	std::unique_ptr<QMainWindow> window_;
 };
