@@ -11,7 +11,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts" / "lib"))
 import media_probe  # noqa: E402
-from obs_session import LOG_TAG, ObsSession  # noqa: E402
+from obs_session import LOG_TAG, ObsSession, retry_after_host_crash  # noqa: E402
 from rtmp_server import RtmpServer  # noqa: E402
 
 ARGS = None
@@ -54,6 +54,7 @@ class FrontendEvents(unittest.TestCase):
         self.assertIn(f"{LOG_TAG} Unloaded", log)
         self.assertIn("Number of memory leaks: 0", log)
 
+    @retry_after_host_crash
     def test_main_stream_drives_the_vertical_stream_across_a_profile_switch(self):
         server = self.server()
         keys = {"main": "main-key-7f3a", "vertical": "vertical-key-91c2", "tall": "vertical-key-5d08"}
@@ -120,6 +121,7 @@ class FrontendEvents(unittest.TestCase):
         self.assertEqual((info["video"]["width"], info["video"]["height"]), (720, 1280))
         self.assertEqual(info["decode_errors"], "")
 
+    @retry_after_host_crash
     def test_without_autostart_the_vertical_stream_stays_off(self):
         server = self.server()
         obs = self.obs(stream=(server.app_url, "main"),
@@ -134,6 +136,7 @@ class FrontendEvents(unittest.TestCase):
         self.assertEqual(server.recordings("vertical"), [])
         self.assertEqual(len(server.recordings("main")), 1)
 
+    @retry_after_host_crash
     def test_a_failed_rebuild_says_so_once_and_the_next_switch_recovers(self):
         obs = self.obs(extra_profiles={"Broken": {"canvaswidth": 0}, "Good": {"canvaswidth": 540,
                                                                               "canvasheight": 960}})
@@ -150,6 +153,7 @@ class FrontendEvents(unittest.TestCase):
         log = obs.log_text()
         self.assertEqual(log.count("Failed to rebuild vertical runtime after profile change"), 1)
 
+    @retry_after_host_crash
     def test_dock_and_scenes_come_back_after_a_restart(self):
         first = self.obs(keep=True)
         self.assertIsNotNone(first.wait_for_window(DOCK, timeout=10), "a first start shows the dock floating")

@@ -8,7 +8,7 @@ import unittest
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts" / "lib"))
-from obs_session import LOG_TAG, PLUGIN, ObsSession  # noqa: E402
+from obs_session import LOG_TAG, PLUGIN, ObsSession, retry_after_host_crash  # noqa: E402
 
 ARGS = None
 
@@ -20,6 +20,7 @@ class ModuleLoad(unittest.TestCase):
         session.prepare().start()
         return session
 
+    @retry_after_host_crash
     def test_loads_and_unloads_cleanly(self):
         obs = self.run_obs()
         self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Loaded successfully"), obs.log_text()[-4000:])
@@ -47,6 +48,7 @@ class ModuleLoad(unittest.TestCase):
         self.assertTrue((obs.plugin_config_dir / "settings-global.ini").is_file())
         self.assertTrue((obs.profile_dir / f"{PLUGIN}.ini").is_file())
 
+    @retry_after_host_crash
     def test_hand_edited_canvas_is_refused_with_a_clear_line(self):
         obs = self.run_obs(profile_settings={"canvaswidth": 0})
         self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Runtime init failed — plugin will not load"),

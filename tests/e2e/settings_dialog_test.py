@@ -8,13 +8,14 @@ import unittest
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts" / "lib"))
-from obs_session import LOG_TAG, ObsSession  # noqa: E402
+from obs_session import LOG_TAG, ObsSession, retry_after_host_crash  # noqa: E402
 
 ARGS = None
 TITLE = "Vertical Canvas \u2014 Settings"
 
 
 class SettingsDialog(unittest.TestCase):
+    @retry_after_host_crash
     def test_tools_menu_item_opens_the_dialog(self):
         obs = ObsSession(ARGS.build_dir, keep=bool(os.environ.get("CV_TEST_KEEP")))
         self.addCleanup(obs.shutdown)
@@ -33,10 +34,13 @@ class SettingsDialog(unittest.TestCase):
             for wid, _ in obs.dialogs():
                 obs._send_delete(wid)
             obs.press_keys(("Escape",))
-        self.assertIsNotNone(dialog, f"no window titled {TITLE!r}: {obs.dialogs()}")
-
         artifacts = Path(ARGS.build_dir) / "test-artifacts"
         artifacts.mkdir(exist_ok=True)
+        if dialog is None:
+            obs.screenshot(artifacts / "settings-dialog-not-found.png")
+        self.assertIsNotNone(dialog, f"no window titled {TITLE!r}; windows: {obs.windows()}; "
+                             f"screen in {artifacts / 'settings-dialog-not-found.png'}")
+
         shot = obs.screenshot(artifacts / "settings-dialog.png", window=dialog)
         self.assertGreater(shot.stat().st_size, 1000)
         _, _, width, _ = obs.window_geometry(dialog)
