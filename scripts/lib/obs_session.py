@@ -24,8 +24,6 @@ from Xlib.ext import xtest
 PLUGIN = "corvane-vertical-canvas"
 LOG_TAG = "[corvane-obs-vertical]"
 PROFILE = "CV"
-# Seconds between the host answering its websocket and the earliest request to quit.
-SETTLE_BEFORE_CLOSE = 2.0
 COLLECTION = "CV"
 
 
@@ -134,7 +132,6 @@ class ObsSession:
         self.display = None
         self.ws = None
         self._request_id = 0
-        self._connected_at = time.monotonic()
         self.stdout_path = self.root / "obs-stdout.txt"
 
     # ---- preparation -------------------------------------------------------------------
@@ -267,7 +264,6 @@ class ObsSession:
                 if json.loads(ws.recv()).get("op") != 2:
                     raise ObsError("websocket identify refused")
                 self.ws = ws
-                self._connected_at = time.monotonic()
                 return
             except (OSError, websocket.WebSocketException) as error:
                 last = error
@@ -403,21 +399,12 @@ class ObsSession:
         in keep_windows (closing the floating dock would change what it records at exit)."""
         if not self.obs or self.obs.poll() is not None:
             return self.obs.returncode if self.obs else None
-        # OBS 32 itself can crash in its shutdown when asked to quit within a moment of
-        # its startup (a deferred widget deletion disconnects from an already freed
-        # source; reproduced with no plug-in installed), so it is given time to settle.
-        settle = SETTLE_BEFORE_CLOSE - (time.monotonic() - self._connected_at)
-        if settle > 0:
-            time.sleep(settle)
         if self.ws:
             try:
                 self.ws.close()
             except Exception:
                 pass
             self.ws = None
-            # The newest host's websocket server has crashed in its own shutdown while
-            # a connection closed just before was still being torn down.
-            time.sleep(1.0)
         deadline = time.monotonic() + timeout
         attempt = 0
         while time.monotonic() < deadline:
