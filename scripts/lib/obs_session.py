@@ -297,14 +297,13 @@ class ObsSession:
         while True:
             try:
                 return self.request("GetVersion")
-            except ObsConnectionClosed:
-                # Seen once on the newest host while its message box was up.
+            except ObsError as error:
                 if time.monotonic() > deadline:
                     raise
-                self._connect(max(1, deadline - time.monotonic()))
-            except ObsError:
-                if time.monotonic() > deadline:
-                    raise
+                if isinstance(error, ObsConnectionClosed):
+                    # Seen once on the newest host while its message box was up.
+                    self._connect(max(1, deadline - time.monotonic()))
+                    continue
                 for wid, _ in self.dialogs():
                     self._send_delete(wid)
                 time.sleep(0.5)
