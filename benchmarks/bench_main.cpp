@@ -4,6 +4,7 @@
 // The host's log is shown only with CV_BENCH_VERBOSE=1.
 
 #include "bench_service.h"
+#include "replay_encoders.h"
 #include "timed_mux_output.h"
 
 #include "mux/mux_output.h"
@@ -61,7 +62,8 @@ int main(int argc, char **argv)
 		if (host.start(options, pattern, &error)) {
 			cv::register_mux_output();
 			cvtest::TimedMux::register_type();
-			cvbench::register_bench_service();
+			cvtest::register_test_service();
+			cvbench::register_replay_types();
 			benchmark::RunSpecifiedBenchmarks();
 		} else {
 			fprintf(stderr, "cannot start the host: %s\n", error.c_str());

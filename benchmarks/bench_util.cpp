@@ -2,12 +2,13 @@
 
 #include "timed_mux_output.h"
 
-#include "mux/mux_output.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -99,14 +100,79 @@ uint64_t resident_bytes()
 	return read == 2 ? uint64_t(resident) * uint64_t(sysconf(_SC_PAGESIZE)) : 0;
 }
 
-uint64_t queued_bytes(cv::MuxOutput &mux)
+ThreadTimes thread_times()
 {
-	std::lock_guard queue_lock(mux.queue_mutex);
-	uint64_t bytes = 0;
-	for (const AVPacket *packet : mux.queue)
-		if (packet)
-			bytes += uint64_t(packet->size);
-	return bytes;
+	ThreadTimes times;
+	for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) {
+		std::ifstream comm(task.path() / "comm");
+		std::ifstream schedstat(task.path() / "schedstat");
+		std::string name;
+		uint64_t ns = 0;
+		// The first field of schedstat is the time spent on a CPU, in nanoseconds.
+		if (std::getline(comm, name) && schedstat >> ns)
+			times.threads[std::stoi(task.path().filename().string())] = {name, ns};
+	}
+	return times;
+}
+
+uint64_t cpu_between(const ThreadTimes &before, const ThreadTimes &after, const std::string &name)
+{
+	uint64_t total = 0;
+	for (const auto &[tid, thread] : after.threads) {
+		const std::string &thread_name = thread.first;
+		const bool renderer = thread_name.rfind("llvmpipe", 0) == 0 ||
+				      thread_name.rfind("libobs: graph", 0) == 0;
+		if (name.empty() ? renderer : thread_name.rfind(name, 0) != 0)
+			continue;
+		const auto earlier = before.threads.find(tid);
+		const uint64_t start = earlier == before.threads.end() ? 0 : earlier->second.second;
+		total += thread.second >= start ? thread.second - start : 0;
+	}
+	return total;
+}
+
+namespace {
+
+uint32_t big_endian(const uint8_t *bytes, size_t count)
+{
+	uint32_t value = 0;
+	for (size_t i = 0; i < count; i++)
+		value = (value << 8) | bytes[i];
+	return value;
+}
+
+} // namespace
+
+bool FlvKeyframeWatch::found()
+{
+	std::ifstream file(path_, std::ios::binary);
+	struct stat st = {};
+	if (!file || stat(path_.c_str(), &st) != 0)
+		return false;
+	const uint64_t size = uint64_t(st.st_size);
+	if (next_tag_ == 0) {
+		uint8_t header[9];
+		if (size < sizeof(header) + 4 || !file.read(reinterpret_cast<char *>(header), sizeof(header)) ||
+		    header[0] != 'F' || header[1] != 'L' || header[2] != 'V')
+			return false;
+		next_tag_ = big_endian(header + 5, 4) + 4;
+	}
+	for (;;) {
+		uint8_t tag[13];
+		if (next_tag_ + sizeof(tag) > size)
+			return false;
+		file.seekg(std::streamoff(next_tag_));
+		if (!file.read(reinterpret_cast<char *>(tag), sizeof(tag)))
+			return false;
+		const uint64_t data_size = big_endian(tag + 1, 3);
+		// Only a tag that has fully arrived counts.
+		if (next_tag_ + 11 + data_size > size)
+			return false;
+		const bool video = (tag[0] & 0x1f) == 9;
+		if (video && data_size >= 2 && tag[11] == 0x17 && tag[12] == 1)
+			return true;
+		next_tag_ += 11 + data_size + 4;
+	}
 }
 
 } // namespace cvbench

@@ -3,11 +3,10 @@
 #include "mux_pipeline.h"
 
 #include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
 #include <vector>
-
-namespace cv {
-struct MuxOutput;
-}
 
 // What the benchmarks share: the stream they send, and the little arithmetic and
 // process readings their figures are made of.
@@ -34,7 +33,28 @@ double slope(const std::vector<double> &x, const std::vector<double> &y);
 uint64_t process_cpu_ns();
 // Resident memory of this process.
 uint64_t resident_bytes();
-// Payload bytes waiting in an output's write queue (takes its queue lock briefly).
-uint64_t queued_bytes(cv::MuxOutput &mux);
+
+// CPU time each thread of this process has used so far, by thread id, with its name.
+struct ThreadTimes {
+	std::map<int, std::pair<std::string, uint64_t>> threads;
+};
+ThreadTimes thread_times();
+// CPU used between two snapshots by the threads named `name`, or, for an empty name,
+// by every thread but the renderer's (the host's graphics thread and Mesa's
+// rasterizer threads), whose load the packets do not change.
+uint64_t cpu_between(const ThreadTimes &before, const ThreadTimes &after, const std::string &name = {});
+
+// Reads an FLV file as nginx-rtmp records it, while it grows, up to the first complete
+// H.264 keyframe tag: a video tag whose first byte says "key frame, AVC" and whose
+// second says "NAL units" (not the sequence header that comes before it).
+class FlvKeyframeWatch {
+public:
+	explicit FlvKeyframeWatch(std::string path) : path_(std::move(path)) {}
+	bool found();
+
+private:
+	std::string path_;
+	uint64_t next_tag_ = 0;
+};
 
 } // namespace cvbench

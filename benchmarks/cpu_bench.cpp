@@ -2,7 +2,7 @@
 // encoders and the plug-in's output sending to nginx, beside the same canvas and
 // encoders feeding the host's own "rtmp_output". Process CPU time is what the user's
 // machine pays (the software renderer included); the plug-in's own part is its
-// encoded-packet callback plus its write thread.
+// encoded-packet callback plus its stream thread.
 
 #include "bench_service.h"
 #include "bench_util.h"
@@ -97,9 +97,9 @@ void BM_PipelineCpu(benchmark::State &state)
 			if (!pipeline.start())
 				return false;
 			sleep_s(kSettleSeconds);
-			const uint64_t writer_begin = TimedMux::instance().writer_cpu_ns();
+			const uint64_t writer_begin = TimedMux::stream_threads_cpu_ns();
 			const Window window = measure(slice);
-			const uint64_t writer_end = TimedMux::instance().writer_cpu_ns();
+			const uint64_t writer_end = TimedMux::stream_threads_cpu_ns();
 			pipeline.stop();
 			if (writer_begin == 0 || writer_end < writer_begin)
 				return false;

@@ -2,16 +2,14 @@
 // the new connection: the plug-in's output beside the host's own "rtmp_output" with
 // the reconnect settings OBS gives users, on the very same encoders.
 //
-// The plug-in retries only on keyframes, 1 s after losing the connection at first
-// (then 2, 3, 4, 5 s); after a successful reconnect the next keyframe starts the new
-// stream. The host waits 2 s before its first retry, restarts the encoders on
-// success, and so sends a fresh keyframe right away.
+// The plug-in tries again 250 ms after losing the connection (then after 0.5, 1, 2,
+// 4, 5 s) and starts the new connection with the newest keyframe it kept. The host
+// waits 2 s before its first retry, restarts the encoders on success, and so sends a
+// fresh keyframe right away.
 
 #include "bench_service.h"
 #include "bench_util.h"
 #include "timed_mux_output.h"
-
-#include "mux/mux_output.h"
 
 #include "mux_pipeline.h"
 #include "stream_servers.h"
@@ -22,9 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <fstream>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 namespace cvbench {
@@ -39,58 +35,6 @@ constexpr int kRepetitions = 5;
 constexpr uint64_t kNoticeTimeoutNs = 20000000000u;
 constexpr uint64_t kKeyframeTimeoutNs = 40000000000u;
 constexpr double kPollSeconds = 0.002;
-
-uint32_t big_endian(const uint8_t *bytes, size_t count)
-{
-	uint32_t value = 0;
-	for (size_t i = 0; i < count; i++)
-		value = (value << 8) | bytes[i];
-	return value;
-}
-
-// Reads an FLV file as nginx-rtmp records it, while it grows, up to the first complete
-// H.264 keyframe tag: a video tag whose first byte says "key frame, AVC" and whose
-// second says "NAL units" (not the sequence header that comes before it).
-class FlvKeyframeWatch {
-public:
-	explicit FlvKeyframeWatch(std::string path) : path_(std::move(path)) {}
-
-	bool found()
-	{
-		std::ifstream file(path_, std::ios::binary);
-		struct stat st = {};
-		if (!file || stat(path_.c_str(), &st) != 0)
-			return false;
-		const uint64_t size = uint64_t(st.st_size);
-		if (next_tag_ == 0) {
-			uint8_t header[9];
-			if (size < sizeof(header) + 4 || !file.read(reinterpret_cast<char *>(header), sizeof(header)) ||
-			    header[0] != 'F' || header[1] != 'L' || header[2] != 'V')
-				return false;
-			next_tag_ = big_endian(header + 5, 4) + 4;
-		}
-		for (;;) {
-			uint8_t tag[13];
-			if (next_tag_ + sizeof(tag) > size)
-				return false;
-			file.seekg(std::streamoff(next_tag_));
-			if (!file.read(reinterpret_cast<char *>(tag), sizeof(tag)))
-				return false;
-			const uint64_t data_size = big_endian(tag + 1, 3);
-			// Only a tag that has fully arrived counts.
-			if (next_tag_ + 11 + data_size > size)
-				return false;
-			const bool video = (tag[0] & 0x1f) == 9;
-			if (video && data_size >= 2 && tag[11] == 0x17 && tag[12] == 1)
-				return true;
-			next_tag_ += 11 + data_size + 4;
-		}
-	}
-
-private:
-	std::string path_;
-	uint64_t next_tag_ = 0;
-};
 
 struct Outage {
 	double notice_ms = -1;   // from the kill to the output noticing
@@ -140,11 +84,7 @@ Outage crash_and_return(cvtest::RtmpServer &server, const std::string &key, cons
 
 bool mux_reconnecting()
 {
-	cv::MuxOutput *mux = TimedMux::instance().mux();
-	if (!mux)
-		return false;
-	std::lock_guard lock(mux->lock);
-	return mux->reconnecting;
+	return TimedMux::instance().stats().reconnecting;
 }
 
 // The plug-in's figure depends on where in the keyframe interval the server goes away,

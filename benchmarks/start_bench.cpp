@@ -1,8 +1,9 @@
-// Time from asking for a stream to the first bytes reaching the RTMP server: the
-// vertical output (its encoder fallback and lazy connect included) beside the host's
-// own "rtmp_output" started on the very same encoders afterwards.
+// Time from asking for a stream to the first bytes, and to the first keyframe, reaching
+// the RTMP server: the vertical output (its encoder fallback included) beside the
+// host's own "rtmp_output" started on the very same encoders afterwards.
 
 #include "bench_service.h"
+#include "bench_util.h"
 #include "timed_mux_output.h"
 
 #include "canvas/vertical_canvas.h"
@@ -17,6 +18,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <memory>
 #include <thread>
 
 namespace cvbench {
@@ -27,16 +29,32 @@ namespace {
 
 constexpr int kFirstByteTimeoutMs = 20000;
 
-// Milliseconds from `started_ns` to the relay's first client byte; negative on timeout.
-double wait_first_byte(const cvtest::TcpRelay &relay, uint64_t started_ns)
+struct Arrival {
+	double first_byte_ms = -1;
+	double first_keyframe_ms = -1;
+};
+
+// From `started_ns` to the relay's first client byte and to the first keyframe in the
+// server's recording of `key`; negative on timeout.
+Arrival wait_arrival(const cvtest::TcpRelay &relay, const cvtest::RtmpServer &server, const std::string &key,
+		     uint64_t started_ns)
 {
+	Arrival arrival;
 	const uint64_t deadline = started_ns + uint64_t(kFirstByteTimeoutMs) * 1000000;
-	while (relay.first_byte_ns() == 0) {
-		if (steady_ns() > deadline)
-			return -1;
+	std::unique_ptr<FlvKeyframeWatch> watch;
+	while (steady_ns() < deadline && arrival.first_keyframe_ms < 0) {
+		if (arrival.first_byte_ms < 0 && relay.first_byte_ns() != 0)
+			arrival.first_byte_ms = double(relay.first_byte_ns() - started_ns) / 1e6;
+		if (!watch) {
+			const std::vector<std::string> recordings = server.recordings(key);
+			if (!recordings.empty())
+				watch = std::make_unique<FlvKeyframeWatch>(recordings.back());
+		}
+		if (watch && watch->found())
+			arrival.first_keyframe_ms = double(steady_ns() - started_ns) / 1e6;
 		std::this_thread::sleep_for(std::chrono::microseconds(200));
 	}
-	return double(relay.first_byte_ns() - started_ns) / 1e6;
+	return arrival;
 }
 
 bool wait_inactive(obs_output_t *output)
@@ -80,10 +98,12 @@ void BM_StartToFirstByte(benchmark::State &state)
 	}
 	const std::string server_url = "rtmp://127.0.0.1:" + std::to_string(relay.port()) + "/live";
 
+	static int run = 0;
 	for (auto _ : state) {
+		const std::string suffix = "-" + std::to_string(run++);
 		cv::OutputConfig config;
 		config.url = server_url;
-		config.key = "vertical";
+		config.key = "vertical" + suffix;
 		config.preferred_encoder = state.range(0) == 0 ? "auto" : "x264";
 		cv::VerticalOutput output(&canvas, config);
 		output.init();
@@ -91,18 +111,19 @@ void BM_StartToFirstByte(benchmark::State &state)
 		relay.forget_first_byte();
 		const uint64_t plugin_start = steady_ns();
 		const bool started = output.start();
-		const double plugin_ms = started ? wait_first_byte(relay, plugin_start) : -1;
+		const Arrival plugin = started ? wait_arrival(relay, server, config.key, plugin_start) : Arrival{};
 		// Let the connection finish and the stream flow before stopping it.
 		std::this_thread::sleep_for(std::chrono::seconds(1));
 		output.stop();
 
 		// The same encoders, now feeding the host's own output.
 		OBSOutput mux = find_mux_output();
-		if (!mux || !wait_inactive(mux) || plugin_ms < 0) {
+		if (!mux || !wait_inactive(mux) || plugin.first_keyframe_ms < 0) {
 			state.SkipWithError("the vertical output did not reach the server");
 			return;
 		}
-		HostRtmpOutput rtmp = make_host_rtmp_output(server_url, "host", obs_output_get_video_encoder(mux),
+		HostRtmpOutput rtmp = make_host_rtmp_output(server_url, "host" + suffix,
+							    obs_output_get_video_encoder(mux),
 							    obs_output_get_audio_encoder(mux, 0));
 		obs_output_t *host = rtmp.output;
 		if (!host) {
@@ -113,19 +134,22 @@ void BM_StartToFirstByte(benchmark::State &state)
 		relay.forget_first_byte();
 		const uint64_t host_start = steady_ns();
 		const bool host_started = obs_output_start(host);
-		const double host_ms = host_started ? wait_first_byte(relay, host_start) : -1;
+		const Arrival reference = host_started ? wait_arrival(relay, server, "host" + suffix, host_start)
+						       : Arrival{};
 		std::this_thread::sleep_for(std::chrono::seconds(1));
 		obs_output_stop(host);
 		wait_inactive(host);
-		if (host_ms < 0) {
+		if (reference.first_keyframe_ms < 0 || plugin.first_byte_ms < 0 || reference.first_byte_ms < 0) {
 			const char *why = obs_output_get_last_error(host);
 			state.SkipWithError(why ? why : "the host's rtmp_output did not reach the server");
 			return;
 		}
 
-		state.counters["plugin_ms"] = plugin_ms;
-		state.counters["host_rtmp_ms"] = host_ms;
-		state.counters["ratio"] = plugin_ms / host_ms;
+		state.counters["plugin_ms"] = plugin.first_byte_ms;
+		state.counters["host_rtmp_ms"] = reference.first_byte_ms;
+		state.counters["ratio"] = plugin.first_byte_ms / reference.first_byte_ms;
+		state.counters["plugin_keyframe_ms"] = plugin.first_keyframe_ms;
+		state.counters["host_rtmp_keyframe_ms"] = reference.first_keyframe_ms;
 	}
 	canvas.shutdown();
 	if (scene)

@@ -28,27 +28,36 @@ def cpu_seconds_per_minute(value):
     return f"{value:.2f} s/min"
 
 
-def megabytes_per_minute(value):
-    return f"{value:.1f} MB/min"
+def megabytes(value):
+    return f"{value:.1f} MB"
 
 
 # (row, benchmark, argument part of the run name or None, plug-in counter, reference
 #  counter, what the figure is, what the reference is, formatter)
 ROWS = [
-    ("1", "BM_PacketPath", None, "plugin_cpu_ns", "bare_ffmpeg_cpu_ns",
-     "packet path CPU per packet (encoder-thread callback + write thread)",
+    ("1a", "BM_PacketPath", None, "plugin_cpu_ns", "host_rtmp_cpu_ns",
+     "packet path CPU per packet (encoder-thread callback + stream thread)",
+     "host rtmp_output, the same packets", microseconds_from_ns),
+    ("1b", "BM_PacketPath", None, "plugin_cpu_ns", "bare_ffmpeg_cpu_ns",
+     "  the same",
      "bare FFmpeg muxing the same packets", microseconds_from_ns),
     ("2a", "BM_StalledNetwork", None, "stall_max_us", "flowing_max_us",
-     "encoder-thread callback, longest (wall), server stalled 10 s",
+     "encoder-thread callback, longest (wall), server stalled 60 s",
      "same stream, 10 s before the stall", milliseconds_from_us),
     ("2b", "BM_StalledNetwork", None, "stall_p99_us", "flowing_p99_us",
      "encoder-thread callback, 99th percentile (wall), server stalled",
      "same stream, 10 s before the stall", milliseconds_from_us),
+    ("2c", "BM_HungServerCallback", None, "hung_max_us", "goal_us",
+     "encoder-thread callback, longest (wall), server never answers",
+     "goal", milliseconds_from_us),
     ("3a", "BM_StartToFirstByte", "x264_only:0", "plugin_ms", "host_rtmp_ms",
      "start to first byte at the server, encoder choice \"auto\"",
      "host rtmp_output, same encoders", milliseconds),
     ("3b", "BM_StartToFirstByte", "x264_only:1", "plugin_ms", "host_rtmp_ms",
      "start to first byte at the server, encoder \"x264\"",
+     "host rtmp_output, same encoders", milliseconds),
+    ("3c", "BM_StartToFirstByte", "x264_only:1", "plugin_keyframe_ms", "host_rtmp_keyframe_ms",
+     "start to first keyframe at the server, encoder \"x264\"",
      "host rtmp_output, same encoders", milliseconds),
     ("4", "BM_ReconnectToKeyframe", None, "plugin_ms", "host_rtmp_ms",
      "server listening again to its first new keyframe",
@@ -57,11 +66,14 @@ ROWS = [
      "process CPU per streamed minute: canvas, encoders, output",
      "same canvas + encoders into host rtmp_output", cpu_seconds_per_minute),
     ("5b", "BM_PipelineCpu", None, "plugin_code_s_per_min", "plugin_cpu_s_per_min",
-     "  of it the plug-in's code (callback + write thread)",
+     "  of it the plug-in's code (callback + stream thread)",
      "the whole pipeline (5a)", cpu_seconds_per_minute),
-    ("6", "BM_StalledNetwork", None, "rss_mb_per_min", "queued_mb_per_min",
-     "resident memory growth while the server stalls",
-     "queued packet bytes (the stream's bitrate)", megabytes_per_minute),
+    ("6a", "BM_StalledNetwork", None, "plugin_rss_growth_mb", "host_rss_growth_mb",
+     "resident memory growth over a 60 s stall",
+     "host rtmp_output, same stall", megabytes),
+    ("6b", "BM_StalledNetwork", None, "plugin_rss_growth_mb", "queue_cap_mb",
+     "  the same",
+     "the queue's cap", megabytes),
 ]
 
 
@@ -119,9 +131,6 @@ def table(runs):
         entries, errors = runs[name]
         for error in errors:
             notes.append(f"row {row}: a repetition of {name} failed: {error}")
-        if row == "6":
-            # A repetition whose socket buffers took nearly the whole stall has no growth to compare.
-            entries = [entry for entry in entries if entry.get("queued_mb_per_min", 0) > 0]
         plugin = median_of(entries, mine)
         ref = median_of(entries, theirs)
         if plugin is None or ref is None:
@@ -145,27 +154,36 @@ def table(runs):
 def details(runs):
     """Figures that explain a row without being compared."""
     out = []
+    name = find_run(runs, "BM_PacketPath", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+        out.append("row 1: of the plug-in's cost, its encoder-thread callback "
+                   f"{microseconds_from_ns(median_of(entries, 'plugin_callback_cpu_ns'))} and its stream thread "
+                   f"{microseconds_from_ns(median_of(entries, 'plugin_thread_cpu_ns'))}; the host's send thread "
+                   f"{microseconds_from_ns(median_of(entries, 'host_thread_cpu_ns'))}; the packet-carrying "
+                   f"threads with an output that drops every packet: "
+                   f"{microseconds_from_ns(median_of(entries, 'null_cpu_ns'))} (subtracted from both)")
     name = find_run(runs, "BM_StalledNetwork", None)
     if name and runs[name][0]:
         entries = runs[name][0]
         out.append("row 2: callback CPU time, longest: "
                    f"{median_of(entries, 'stall_cpu_max_us'):.0f} µs stalled, "
-                   f"{median_of(entries, 'flowing_cpu_max_us'):.0f} µs before; "
-                   f"{median_of(entries, 'queued_at_resume'):.0f} packets queued when the server read again")
-        out.append("row 2: the 10 s after the stall, while the backlog drains: longest "
-                   f"{milliseconds_from_us(median_of(entries, 'resumed_max_us'))}, 99th percentile "
-                   f"{milliseconds_from_us(median_of(entries, 'resumed_p99_us'))}")
-        grown = [entry for entry in entries if entry.get("queued_mb_per_min", 0) > 0]
-        if grown:
-            out.append(f"row 6: growth measured over the last {median_of(grown, 'growth_window_s'):.1f} s of the stall "
-                       "(before that the socket buffers take the stream); bytes the allocator handed out "
-                       f"during the stall: {median_of(entries, 'heap_per_queued'):.2f} x the bytes the queue gained")
+                   f"{median_of(entries, 'flowing_cpu_max_us'):.0f} µs before")
+        out.append(f"row 6: the plug-in's queue held at most {median_of(entries, 'plugin_queue_max_mb'):.2f} MB")
+    name = find_run(runs, "BM_HungServerCallback", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+        out.append("row 2c: 99th percentile "
+                   f"{milliseconds_from_us(median_of(entries, 'hung_p99_us'))}, longest callback CPU time "
+                   f"{median_of(entries, 'hung_cpu_max_us'):.0f} µs; the same stream flowing to nginx: longest "
+                   f"{milliseconds_from_us(median_of(entries, 'flowing_max_us'))}, 99th percentile "
+                   f"{milliseconds_from_us(median_of(entries, 'flowing_p99_us'))}")
     name = find_run(runs, "BM_ReconnectToKeyframe", None)
     if name and runs[name][0]:
         entries = runs[name][0]
-        out.append("row 4: the plug-in retries on a keyframe (every 2 s) once 1 s has passed since the loss "
-                   "(then 2, 3, 4, 5 s) and starts the new stream on the keyframe after; the host waits "
-                   "RetryDelay 2 s (x1.5 per further try, MaxRetries 25) and restarts its encoders")
+        out.append("row 4: the plug-in tries again 250 ms after the loss (then 0.5, 1, 2, 4, 5 s) and starts "
+                   "the new connection with the newest keyframe it kept; the host waits RetryDelay 2 s "
+                   "(x1.5 per further try, MaxRetries 25) and restarts its encoders")
         out.append(f"row 4: the loss was noticed after {median_of(entries, 'plugin_notice_ms'):.0f} ms (plug-in), "
                    f"{median_of(entries, 'host_notice_ms'):.0f} ms (host)")
     name = find_run(runs, "BM_PipelineCpu", None)

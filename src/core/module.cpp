@@ -85,5 +85,8 @@ void obs_module_unload(void)
 	destroy_runtime(true);
 	forget_dock();
 	save_and_close_configs();
+	// A stream stopped just now may still be saying goodbye to its server.
+	if (!wait_for_mux_streams(kStopBudget + std::chrono::seconds(1)))
+		blog(LOG_WARNING, "[%s] A vertical stream was still closing its connection at unload", kLogTag);
 	blog(LOG_INFO, "[%s] Unloaded", kLogTag);
 }

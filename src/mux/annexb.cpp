@@ -1,23 +1,18 @@
 #include "annexb.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstring>
-#include <vector>
+#include <iterator>
 
 extern "C" {
-#include <libavcodec/defs.h>
-#include <libavcodec/packet.h>
 #include <libavutil/avutil.h>
-#include <libavutil/buffer.h>
-#include <libavutil/mem.h>
 }
 
 namespace cv {
 
 namespace {
 
-constexpr uint8_t kNalTypeIdr = 5;
+constexpr uint8_t kNalTypeSps = 7;
 constexpr uint8_t kNalTypeAud = 9;
 
 // Finds the next start code at a position in [pos, last] whose NAL header byte lies
@@ -49,18 +44,6 @@ size_t next_nal_header(const uint8_t *data, size_t size, size_t &pos, size_t las
 	}
 	pos = last + 1;
 	return 0;
-}
-
-bool has_nal_type(const uint8_t *data, size_t size, uint8_t type)
-{
-	if (!data || size < 5)
-		return false;
-	size_t pos = 0;
-	while (size_t header = next_nal_header(data, size, pos, size - 5)) {
-		if ((data[header] & 0x1F) == type)
-			return true;
-	}
-	return false;
 }
 
 void append_start_code(std::vector<uint8_t> &out)
@@ -98,91 +81,77 @@ bool is_annexb(const uint8_t *data, size_t size)
 	return size >= 4 && data[0] == 0 && data[1] == 0 && data[2] == 0 && data[3] == 1;
 }
 
-bool has_aud(const uint8_t *data, size_t size)
+bool has_nal_type(const uint8_t *data, size_t size, uint8_t type)
 {
-	return has_nal_type(data, size, kNalTypeAud);
-}
-
-bool has_idr(const uint8_t *data, size_t size)
-{
-	return has_nal_type(data, size, kNalTypeIdr);
-}
-
-std::string nal_types_string(const uint8_t *data, size_t size, size_t limit)
-{
-	if (!data || size < 4)
-		return "[]";
-	std::string out = "[";
+	if (!data || size < 5)
+		return false;
 	size_t pos = 0;
-	for (size_t found = 0; found < limit; found++) {
-		const size_t header = next_nal_header(data, size, pos, size - 4);
-		if (!header)
-			break;
-		if (found)
-			out += ',';
-		out += std::to_string(data[header] & 0x1F);
+	while (size_t header = next_nal_header(data, size, pos, size - 5)) {
+		if ((data[header] & 0x1F) == type)
+			return true;
 	}
-	out += ']';
-	return out;
+	return false;
 }
 
-uint8_t *avcc_to_annexb_headers(const uint8_t *extradata, size_t size, size_t *out_size)
+bool is_disposable(const uint8_t *data, size_t size)
 {
-	if (!extradata || size < 8 || extradata[0] != 1)
-		return nullptr;
+	if (!is_annexb(data, size))
+		return false;
+	size_t pos = 0;
+	while (size_t header = next_nal_header(data, size, pos, size - 3)) {
+		const uint8_t type = data[header] & 0x1F;
+		if (type >= 1 && type <= 5)
+			return (data[header] & 0x60) == 0;
+	}
+	return false;
+}
 
+std::vector<uint8_t> annexb_parameter_sets(const uint8_t *header, size_t size)
+{
+	if (is_annexb(header, size))
+		return std::vector<uint8_t>(header, header + size);
 	std::vector<uint8_t> units;
+	if (!header || size < 8 || header[0] != 1)
+		return units;
 	size_t pos = 6;
-	if (!copy_parameter_sets(extradata, size, pos, extradata[5] & 0x1F, units))
-		return nullptr;
-	if (pos >= size)
-		return nullptr;
-	const unsigned pps_count = extradata[pos++];
-	if (!copy_parameter_sets(extradata, size, pos, pps_count, units))
-		return nullptr;
-	if (units.empty())
-		return nullptr;
-
-	auto *out = static_cast<uint8_t *>(av_malloc(units.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-	if (!out)
-		return nullptr;
-	memcpy(out, units.data(), units.size());
-	memset(out + units.size(), 0, AV_INPUT_BUFFER_PADDING_SIZE);
-	if (out_size)
-		*out_size = units.size();
-	return out;
+	if (!copy_parameter_sets(header, size, pos, header[5] & 0x1F, units) || pos >= size) {
+		units.clear();
+		return units;
+	}
+	const unsigned pps_count = header[pos++];
+	if (!copy_parameter_sets(header, size, pos, pps_count, units))
+		units.clear();
+	return units;
 }
 
-bool prepend_bytes(AVPacket *pkt, const uint8_t *prefix, size_t prefix_size)
+bool complete_access_unit(const uint8_t *data, size_t size, bool keyframe, const std::vector<uint8_t> &parameter_sets,
+			  std::vector<uint8_t> *out)
 {
-	if (!pkt || !pkt->data || pkt->size <= 0)
+	if (!is_annexb(data, size))
 		return false;
-	if (!prefix && prefix_size)
+	size_t pos = 0;
+	const size_t first = next_nal_header(data, size, pos, size - 3);
+	const bool leading_aud = first && (data[first] & 0x1F) == kNalTypeAud;
+	const bool add_sets = keyframe && !parameter_sets.empty() && !has_nal_type(data, size, kNalTypeSps);
+	if (leading_aud && !add_sets)
 		return false;
-	const size_t old_size = size_t(pkt->size);
-	if (prefix_size > size_t(INT_MAX) - AV_INPUT_BUFFER_PADDING_SIZE - old_size)
-		return false;
-	const size_t new_size = prefix_size + old_size;
 
-	// Swapping only the payload buffer keeps every other field of the packet.
-	AVBufferRef *buf = av_buffer_alloc(new_size + AV_INPUT_BUFFER_PADDING_SIZE);
-	if (!buf)
-		return false;
-	if (prefix_size)
-		memcpy(buf->data, prefix, prefix_size);
-	memcpy(buf->data + prefix_size, pkt->data, old_size);
-	memset(buf->data + new_size, 0, AV_INPUT_BUFFER_PADDING_SIZE);
-
-	av_buffer_unref(&pkt->buf);
-	pkt->buf = buf;
-	pkt->data = buf->data;
-	pkt->size = int(new_size);
+	// The delimiter the unit has, up to the start code after it, or a new one.
+	size_t split = 0;
+	if (leading_aud) {
+		const size_t second = size >= 4 ? next_nal_header(data, size, pos, size - 3) : 0;
+		split = second ? second - 3 : size;
+	}
+	out->clear();
+	out->reserve(sizeof(kAccessUnitDelimiter) + parameter_sets.size() + size);
+	if (leading_aud)
+		out->insert(out->end(), data, data + split);
+	else
+		out->insert(out->end(), std::begin(kAccessUnitDelimiter), std::end(kAccessUnitDelimiter));
+	if (add_sets)
+		out->insert(out->end(), parameter_sets.begin(), parameter_sets.end());
+	out->insert(out->end(), data + split, data + size);
 	return true;
-}
-
-bool prepend_aud(AVPacket *pkt)
-{
-	return prepend_bytes(pkt, kAccessUnitDelimiter, sizeof(kAccessUnitDelimiter));
 }
 
 void fix_monotonic_ts(int64_t &pts, int64_t &dts, int64_t &last_dts)

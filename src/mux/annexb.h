@@ -2,9 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
-
-struct AVPacket;
+#include <vector>
 
 namespace cv {
 
@@ -17,25 +15,25 @@ inline constexpr uint8_t kAccessUnitDelimiter[6] = {0, 0, 0, 1, 0x09, 0xF0};
 // Starts with a three or four byte start code.
 bool is_annexb(const uint8_t *data, size_t size);
 
-// Whether any NAL unit of the byte stream is an access unit delimiter (type 9) or an
-// IDR slice (type 5).
-bool has_aud(const uint8_t *data, size_t size);
-bool has_idr(const uint8_t *data, size_t size);
+// Whether any NAL unit of the byte stream has this type (9 delimiter, 7 SPS, 5 IDR).
+bool has_nal_type(const uint8_t *data, size_t size, uint8_t type);
 
-// The types of the first `limit` NAL units, for log lines: "[9,7,8,5]".
-std::string nal_types_string(const uint8_t *data, size_t size, size_t limit);
+// Whether no other frame refers to this access unit's picture: its first slice says so
+// (nal_ref_idc 0), and every slice of a picture says the same. False when no slice is
+// found or the payload is not a byte stream.
+bool is_disposable(const uint8_t *data, size_t size);
 
-// Converts an avcC record (MP4/FLV extradata) to Annex B SPS and PPS units, each behind
-// a four byte start code. Returns nullptr for a malformed record or one without any
-// unit; otherwise an av_malloc'd buffer (free with av_free) padded with zeroed
-// AV_INPUT_BUFFER_PADDING_SIZE bytes, whose length without padding goes to *out_size.
-uint8_t *avcc_to_annexb_headers(const uint8_t *extradata, size_t size, size_t *out_size);
+// The SPS and PPS units of an encoder's header as an Annex B byte stream, each behind a
+// four byte start code: an avcC record (MP4/FLV extradata) is converted, a header that
+// already is a byte stream is taken as it is. Empty for a malformed record or one
+// without any unit.
+std::vector<uint8_t> annexb_parameter_sets(const uint8_t *header, size_t size);
 
-// Puts prefix in front of the packet's payload. The packet keeps its timing, flags,
-// stream index, position and side data. False, with the packet unchanged, for a packet
-// without payload or when memory runs out.
-bool prepend_bytes(AVPacket *pkt, const uint8_t *prefix, size_t prefix_size);
-bool prepend_aud(AVPacket *pkt);
+// Makes an Annex B access unit self-contained, as MPEG-TS wants it: a delimiter first and,
+// for a keyframe without its own SPS, `parameter_sets` right after the delimiter. Returns
+// false, leaving `out` alone, when the access unit already is so.
+bool complete_access_unit(const uint8_t *data, size_t size, bool keyframe, const std::vector<uint8_t> &parameter_sets,
+			  std::vector<uint8_t> *out);
 
 // Keeps decode timestamps strictly increasing across calls sharing last_dts (start it
 // at AV_NOPTS_VALUE) and the presentation timestamp never before the decode one. A

@@ -123,7 +123,7 @@ bool VerticalOutput::start_with_fallback()
 		}
 
 		video_t *video = canvas_->video();
-		blog(LOG_INFO,
+		blog(LOG_DEBUG,
 		     "[%s] pre-start: encoder=%s video_t=%p audio_t=%p video_enc=%p audio_enc0=%p audio_tracks=%zu "
 		     "output=%p",
 		     kLogTag, id, static_cast<void *>(video), static_cast<void *>(canvas_->audio()),

@@ -68,7 +68,7 @@ class FrontendEvents(unittest.TestCase):
 
         obs.request("StartStream")
         self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Main stream starting — auto-starting vertical output", 30))
-        self.assertTrue(obs.wait_for_log(f"{LOG_TAG} mux opened", 30), obs.log_text()[-3000:])
+        self.assertTrue(obs.wait_for_log(f"{LOG_TAG} Vertical stream connected to", 30), obs.log_text()[-3000:])
         time.sleep(6)
 
         # Switching profile while both run: the vertical output stops and stays off; the

@@ -1,5 +1,6 @@
 #include "canvas_output_fixture.h"
 #include "log_capture.h"
+#include "mux_pipeline.h"
 #include "recording_probe.h"
 #include "stream_servers.h"
 
@@ -29,19 +30,6 @@ const char *const kHardwareIds[] = {"jim_nvenc", "jim_nvenc_h264", "h264_amf", "
 void sleep_ms(int ms)
 {
 	std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-std::vector<obs_output_t *> mux_outputs()
-{
-	std::vector<obs_output_t *> outputs;
-	obs_enum_outputs(
-		[](void *param, obs_output_t *output) {
-			if (strcmp(obs_output_get_id(output), cv::kMuxOutputId) == 0)
-				static_cast<std::vector<obs_output_t *> *>(param)->push_back(output);
-			return true;
-		},
-		&outputs);
-	return outputs;
 }
 
 size_t encoder_count()
@@ -119,7 +107,7 @@ protected:
 			       const std::function<std::vector<std::string>()> &recordings)
 	{
 		EXPECT_TRUE(output.start());
-		EXPECT_TRUE(wait_for_log("mux opened", 20000));
+		EXPECT_TRUE(cvtest::wait_mux_connected(20000));
 		sleep_ms(int(seconds * 1000));
 		output.stop();
 		sleep_ms(500);
@@ -239,7 +227,7 @@ TEST_F(VerticalOutputTest, RefusedStartsCreateNothing)
 				 "Vertical Streaming Settings."));
 	EXPECT_TRUE(tried_encoders().empty());
 	EXPECT_EQ(encoder_count(), 0u);
-	EXPECT_TRUE(mux_outputs().empty());
+	EXPECT_TRUE(cvtest::mux_outputs().empty());
 
 	// Stop while idle only says so.
 	cvtest::clear_logs();
@@ -280,7 +268,7 @@ TEST_F(VerticalOutputTest, EncoderSettingsFollowTheCandidate)
 	for (const char *x264_only : {"preset", "profile", "tune", "x264opts"})
 		EXPECT_FALSE(obs_data_has_user_value(hardware, x264_only)) << x264_only;
 
-	const std::vector<obs_output_t *> outputs = mux_outputs();
+	const std::vector<obs_output_t *> outputs = cvtest::mux_outputs();
 	ASSERT_EQ(outputs.size(), 1u);
 	OBSDataAutoRelease x264 = obs_encoder_get_settings(obs_output_get_video_encoder(outputs[0]));
 	EXPECT_STREQ(obs_encoder_get_id(obs_output_get_video_encoder(outputs[0])), "obs_x264");
@@ -334,7 +322,7 @@ TEST_F(VerticalOutputTest, NewSettingsWaitForTheNextStart)
 	ASSERT_TRUE(server.start(&error)) << error;
 	cv::VerticalOutput &output = make_output(server.app_url(), "first");
 	ASSERT_TRUE(output.start());
-	ASSERT_TRUE(wait_for_log("mux opened", 20000));
+	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 
 	cv::OutputConfig next;
 	next.url = server.app_url();
@@ -354,7 +342,7 @@ TEST_F(VerticalOutputTest, NewSettingsWaitForTheNextStart)
 
 	cvtest::clear_logs();
 	ASSERT_TRUE(output.start());
-	ASSERT_TRUE(wait_for_log("mux opened", 20000));
+	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 	sleep_ms(1000);
 	output.stop();
 	sleep_ms(500);
@@ -362,9 +350,9 @@ TEST_F(VerticalOutputTest, NewSettingsWaitForTheNextStart)
 	EXPECT_EQ(server.recordings("second").size(), 1u);
 
 	// Stopped objects stay until the next start or destruction; then nothing is left.
-	EXPECT_EQ(mux_outputs().size(), 1u);
+	EXPECT_EQ(cvtest::mux_outputs().size(), 1u);
 	output_.reset();
-	EXPECT_TRUE(mux_outputs().empty());
+	EXPECT_TRUE(cvtest::mux_outputs().empty());
 	EXPECT_EQ(encoder_count(), 0u);
 }
 
@@ -390,7 +378,7 @@ TEST_F(VerticalOutputTest, OnlyErrorStopsPostABox)
 	auto boxes_after_stop = [&](long long code, const char *last_error) {
 		std::vector<Box> seen;
 		EXPECT_TRUE(output.start());
-		const std::vector<obs_output_t *> outputs = mux_outputs();
+		const std::vector<obs_output_t *> outputs = cvtest::mux_outputs();
 		EXPECT_EQ(outputs.size(), 1u);
 		if (outputs.size() != 1)
 			return seen;

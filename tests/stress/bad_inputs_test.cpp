@@ -4,6 +4,7 @@
 // outcome; none may crash, hang, leak the stream key or lose the saved scene list.
 
 #include "frontend_stress_test.h"
+#include "mux_pipeline.h"
 
 #include "canvas/vertical_canvas.h"
 #include "mux/stream_url.h"
@@ -387,10 +388,8 @@ TEST_F(BadInputsTest, HandEditedProfileFiles)
 			EXPECT_EQ(answerer.answered(), 0) << answerer.last_text().toStdString();
 		}
 		if (c.streams) {
-			const size_t opened = log_count("mux opened");
 			fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-			EXPECT_TRUE(cvtest::wait_for_log("mux opened", 20000, opened + 1))
-				<< cvtest::logs_matching("corvane");
+			EXPECT_TRUE(cvtest::wait_mux_connected(20000)) << cvtest::logs_matching("corvane");
 			fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
 			EXPECT_TRUE(wait_vertical_inactive());
 		}

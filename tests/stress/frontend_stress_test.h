@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ui_test.h"
+#include "mux_pipeline.h"
 
 #include "stress_fixture.h"
 
@@ -59,9 +60,8 @@ protected:
 	// The main stream runs for a few seconds; what the server recorded last for `key`.
 	RecordingInfo stream_with_main(const std::string &key)
 	{
-		const size_t written = log_count("first TS keyframe written");
 		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-		EXPECT_TRUE(wait_for_log("first TS keyframe written", 20000, written + 1));
+		EXPECT_TRUE(wait_mux_connected(20000));
 		sleep_ms(3000);
 		fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
 		EXPECT_TRUE(wait_vertical_inactive());

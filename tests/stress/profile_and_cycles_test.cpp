@@ -3,6 +3,7 @@
 // crash, no thread or libobs allocation left behind, the saved scene list intact.
 
 #include "frontend_stress_test.h"
+#include "mux_pipeline.h"
 
 #include "process_stats.h"
 
@@ -112,7 +113,7 @@ TEST_F(ProfileAndCyclesTest, ProfileSwitchesWhileStreaming)
 
 	// One switch first, so the host's own worker threads exist before counting.
 	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	ASSERT_TRUE(wait_for_log("mux opened", 20000));
+	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 	switch_profile(second);
 	const size_t threads = thread_count();
 	HeapTrend heap;
@@ -121,12 +122,11 @@ TEST_F(ProfileAndCyclesTest, ProfileSwitchesWhileStreaming)
 	for (int i = 1; i <= switches; i++) {
 		SCOPED_TRACE("switch " + std::to_string(i));
 		// The main stream is live, so the vertical one is started on every runtime.
-		const size_t opened = log_count("mux opened");
 		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
 		ASSERT_TRUE(vertical_active());
 		// Every other switch happens before the connection is made.
 		if (i % 2) {
-			ASSERT_TRUE(wait_for_log("mux opened", 20000, opened + 1));
+			ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 		}
 		const bool to_first = i % 2;
 		switch_profile(to_first ? first : second);
@@ -174,7 +174,7 @@ TEST_F(ProfileAndCyclesTest, StartStopCyclesWithTheMainStream)
 
 	// One cycle first, so the host's own worker threads exist before counting.
 	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	ASSERT_TRUE(wait_for_log("mux opened", 20000));
+	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 	fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
 	ASSERT_TRUE(wait_vertical_inactive());
 	const size_t threads = thread_count();
@@ -183,12 +183,11 @@ TEST_F(ProfileAndCyclesTest, StartStopCyclesWithTheMainStream)
 	const int cycles = 50;
 	for (int i = 1; i <= cycles; i++) {
 		SCOPED_TRACE("cycle " + std::to_string(i));
-		const size_t opened = log_count("mux opened");
 		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
 		ASSERT_TRUE(vertical_active());
 		// Every other cycle stops before the connection is made.
 		if (i % 2) {
-			ASSERT_TRUE(wait_for_log("mux opened", 20000, opened + 1));
+			ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 		}
 		fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
 		ASSERT_TRUE(wait_vertical_inactive());

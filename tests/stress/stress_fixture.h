@@ -1,11 +1,10 @@
 #pragma once
 
 #include "host_session.h"
+#include "wait.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <string>
-#include <thread>
 
 namespace cvtest {
 
@@ -20,11 +19,6 @@ inline bool stress_long_form()
 inline int by_form(int short_form, int long_form)
 {
 	return stress_long_form() ? long_form : short_form;
-}
-
-inline void sleep_ms(int ms)
-{
-	std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 // The host as the stress tests run it: the main canvas at 30 fps, like the vertical one.

@@ -1,14 +1,39 @@
 #include "mux_pipeline.h"
 
 #include "host_sources.h"
+#include "timed_mux_output.h"
+#include "wait.h"
 
 #include "canvas/vertical_canvas.h"
 #include "mux/mux_output.h"
 
-#include <chrono>
-#include <thread>
+#include <cstring>
 
 namespace cvtest {
+
+std::vector<obs_output_t *> mux_outputs()
+{
+	std::vector<obs_output_t *> outputs;
+	obs_enum_outputs(
+		[](void *param, obs_output_t *output) {
+			if (strcmp(obs_output_get_id(output), cv::kMuxOutputId) == 0)
+				static_cast<std::vector<obs_output_t *> *>(param)->push_back(output);
+			return true;
+		},
+		&outputs);
+	return outputs;
+}
+
+cv::SessionStats first_mux_stats()
+{
+	const std::vector<obs_output_t *> outputs = mux_outputs();
+	return outputs.empty() ? cv::SessionStats{} : cv::mux_output_stats(outputs[0]);
+}
+
+bool wait_mux_connected(int timeout_ms)
+{
+	return wait_until([] { return first_mux_stats().connected; }, timeout_ms);
+}
 
 MuxPipeline::MuxPipeline(const PipelineOptions &options) : options_(options)
 {
@@ -46,8 +71,10 @@ bool MuxPipeline::create(const std::string &server, const std::string &key)
 	obs_data_set_int(video_settings, "keyint_sec", options_.keyint_sec);
 	obs_data_set_string(video_settings, "preset", "ultrafast");
 	obs_data_set_string(video_settings, "profile", "high");
-	obs_data_set_string(video_settings, "tune", "zerolatency");
-	obs_data_set_string(video_settings, "x264opts", "bframes=0:aud=1:repeat-headers=1");
+	// Low latency tuning leaves B-frames out whatever is asked for.
+	obs_data_set_string(video_settings, "tune", options_.bframes ? "" : "zerolatency");
+	const std::string x264opts = "bframes=" + std::to_string(options_.bframes) + ":aud=1:repeat-headers=1";
+	obs_data_set_string(video_settings, "x264opts", x264opts.c_str());
 	video_ = obs_video_encoder_create("obs_x264", "test video", video_settings, nullptr);
 	if (!video_)
 		return false;
@@ -94,15 +121,19 @@ void MuxPipeline::stop()
 
 bool MuxPipeline::wait_inactive(int timeout_ms)
 {
-	if (!output_)
-		return true;
-	const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
-	while (obs_output_active(output_)) {
-		if (std::chrono::steady_clock::now() > deadline)
-			return false;
-		std::this_thread::sleep_for(std::chrono::milliseconds(20));
-	}
-	return true;
+	return !output_ || wait_until([this] { return !obs_output_active(output_); }, timeout_ms);
+}
+
+cv::SessionStats MuxPipeline::stats() const
+{
+	if (options_.output_id && strcmp(options_.output_id, kTimedMuxId) == 0)
+		return TimedMux::instance().stats();
+	return cv::mux_output_stats(output_);
+}
+
+bool MuxPipeline::wait_connected(int timeout_ms) const
+{
+	return wait_until([this] { return stats().connected; }, timeout_ms);
 }
 
 const char *MuxPipeline::last_error() const

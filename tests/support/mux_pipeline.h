@@ -1,5 +1,7 @@
 #pragma once
 
+#include "mux/stream_session.h"
+
 #include <obs.hpp>
 
 #include <atomic>
@@ -25,9 +27,16 @@ struct PipelineOptions {
 	size_t audio_tracks = 2;
 	int keyint_sec = 1;
 	int video_kbps = 800;
+	int bframes = 0;
 	const char *audio_encoder = "ffmpeg_aac";
 	const char *output_id = nullptr; // the plug-in's own output type when null
 };
+
+// The outputs of the plug-in's type that exist now, and what the first of them reports.
+std::vector<obs_output_t *> mux_outputs();
+cv::SessionStats first_mux_stats();
+// Waits until an output of the plug-in's type has made its connection.
+bool wait_mux_connected(int timeout_ms);
 
 class MuxPipeline {
 public:
@@ -48,6 +57,10 @@ public:
 
 	// Codes of every "stop" signal the output emitted.
 	std::vector<long long> stop_codes() const;
+
+	// What the output's stream reports, and a wait until it has made its connection.
+	cv::SessionStats stats() const;
+	bool wait_connected(int timeout_ms) const;
 
 private:
 	static void on_stop(void *param, calldata_t *data);

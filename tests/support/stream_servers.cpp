@@ -532,4 +532,29 @@ std::string SrtListener::log() const
 	return dir_.empty() ? std::string() : read_text_file(dir_ + "/receiver.log");
 }
 
+// ---------------------------------------------------------------------------------------
+// SilentTcpServer
+
+SilentTcpServer::~SilentTcpServer()
+{
+	if (fd_ >= 0)
+		close(fd_);
+}
+
+bool SilentTcpServer::start(std::string *error)
+{
+	fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+	sockaddr_in addr{};
+	addr.sin_family = AF_INET;
+	addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+	socklen_t len = sizeof(addr);
+	if (fd_ < 0 || bind(fd_, (sockaddr *)&addr, sizeof(addr)) != 0 || listen(fd_, 64) != 0 ||
+	    getsockname(fd_, (sockaddr *)&addr, &len) != 0) {
+		*error = std::string("silent server: ") + strerror(errno);
+		return false;
+	}
+	port_ = ntohs(addr.sin_port);
+	return true;
+}
+
 } // namespace cvtest

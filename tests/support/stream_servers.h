@@ -112,4 +112,21 @@ private:
 	ChildProcess receiver_;
 };
 
+// A TCP port on 127.0.0.1 that takes connections (the kernel completes them for the
+// listen queue) and never reads or answers: a hung ingest, or a firewall that accepts.
+class SilentTcpServer {
+public:
+	SilentTcpServer() = default;
+	~SilentTcpServer();
+	SilentTcpServer(const SilentTcpServer &) = delete;
+	SilentTcpServer &operator=(const SilentTcpServer &) = delete;
+
+	bool start(std::string *error);
+	uint16_t port() const { return port_; }
+
+private:
+	int fd_ = -1;
+	uint16_t port_ = 0;
+};
+
 } // namespace cvtest

@@ -1,5 +1,6 @@
 #include "tcp_relay.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
@@ -136,14 +137,18 @@ void TcpRelay::run()
 		close(pairs[index].server);
 		pairs.erase(pairs.begin() + std::ptrdiff_t(index));
 	};
+	// With a rate limit, clients are read again once what was forwarded has had its time.
+	uint64_t next_read_ns = 0;
 	for (;;) {
 		std::vector<pollfd> fds = {{wake_[0], POLLIN, 0}, {listen_fd_, POLLIN, 0}};
-		const bool paused = paused_;
+		const uint64_t now = now_ns();
+		const bool held = paused_ || now < next_read_ns;
 		for (const Pair &pair : pairs) {
-			fds.push_back({pair.client, short(paused ? 0 : POLLIN), 0});
+			fds.push_back({pair.client, short(held ? 0 : POLLIN), 0});
 			fds.push_back({pair.server, POLLIN, 0});
 		}
-		if (poll(fds.data(), fds.size(), -1) < 0) {
+		const int timeout_ms = !paused_ && now < next_read_ns ? int((next_read_ns - now) / 1000000 + 1) : -1;
+		if (poll(fds.data(), fds.size(), timeout_ms) < 0) {
 			if (errno == EINTR)
 				continue;
 			break;
@@ -178,7 +183,13 @@ void TcpRelay::run()
 			char buf[65536];
 			bool ok = true;
 			if (from_client.revents) {
-				const ssize_t n = read(pairs[i].client, buf, sizeof(buf));
+				const uint64_t rate = rate_;
+				const size_t chunk = rate ? std::min<size_t>(sizeof(buf), size_t(rate / 100 + 1))
+							  : sizeof(buf);
+				const ssize_t n = read(pairs[i].client, buf, chunk);
+				if (n > 0 && rate)
+					next_read_ns =
+						std::max(next_read_ns, now_ns()) + uint64_t(n) * 1000000000u / rate;
 				if (n > 0) {
 					uint64_t none = 0;
 					first_byte_ns_.compare_exchange_strong(none, now_ns());

@@ -22,6 +22,9 @@ public:
 	void stop();
 	void pause();
 	void resume();
+	// Forwards at most this many bytes a second from clients (0: as fast as it can), like
+	// a link just wide enough for the stream.
+	void limit_rate(uint64_t bytes_per_second) { rate_ = bytes_per_second; }
 
 	uint16_t port() const { return port_; }
 	int connections_accepted() const { return accepted_.load(); }
@@ -41,6 +44,7 @@ private:
 	int wake_[2] = {-1, -1};
 	std::thread thread_;
 	std::atomic<bool> paused_{false};
+	std::atomic<uint64_t> rate_{0};
 	std::atomic<int> accepted_{0};
 	std::atomic<uint64_t> from_clients_{0};
 	std::atomic<uint64_t> first_byte_ns_{0};

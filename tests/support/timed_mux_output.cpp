@@ -1,10 +1,10 @@
 #include "timed_mux_output.h"
 
-#include "mux/mux_output.h"
-
 #include <chrono>
 #include <ctime>
-#include <pthread.h>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <thread>
 
 namespace cvtest {
@@ -50,7 +50,7 @@ void *TimedMux::create(obs_data_t *settings, obs_output_t *output)
 {
 	void *data = real_info.create(settings, output);
 	std::lock_guard lock(instance().mutex_);
-	instance().mux_ = static_cast<cv::MuxOutput *>(data);
+	instance().mux_ = data;
 	return data;
 }
 
@@ -110,47 +110,38 @@ std::vector<RecordedPacket> TimedMux::packets() const
 	return packets_;
 }
 
-cv::MuxOutput *TimedMux::mux() const
+cv::SessionStats TimedMux::stats() const
 {
 	std::lock_guard lock(mutex_);
-	return mux_;
+	return cv::mux_data_stats(mux_);
 }
 
 bool TimedMux::wait_queue_drained(int timeout_ms) const
 {
-	cv::MuxOutput *mux = this->mux();
-	if (!mux)
-		return false;
 	const uint64_t deadline = steady_ns() + uint64_t(timeout_ms) * 1000000;
-	for (;;) {
-		{
-			std::lock_guard queue_lock(mux->queue_mutex);
-			if (mux->queue.empty())
-				return true;
-		}
+	while (stats().queued_packets != 0) {
 		if (steady_ns() > deadline)
 			return false;
 		std::this_thread::sleep_for(std::chrono::milliseconds(5));
 	}
+	return true;
 }
 
-uint64_t TimedMux::writer_cpu_ns() const
+uint64_t TimedMux::stream_threads_cpu_ns()
 {
-	cv::MuxOutput *mux = this->mux();
-	if (!mux)
-		return 0;
-	// The writer only changes when the muxer opens or closes, on the encoder or
-	// control threads; the caller reads this while the stream runs steadily.
-	std::lock_guard output_lock(mux->lock);
-	if (!mux->writer.joinable() || mux->writer_finished)
-		return 0;
-	clockid_t clock = 0;
-	if (pthread_getcpuclockid(mux->writer.native_handle(), &clock) != 0)
-		return 0;
-	timespec used = {};
-	if (clock_gettime(clock, &used) != 0)
-		return 0;
-	return uint64_t(used.tv_sec) * 1000000000u + uint64_t(used.tv_nsec);
+	uint64_t total = 0;
+	for (const auto &task : std::filesystem::directory_iterator("/proc/self/task")) {
+		std::ifstream comm(task.path() / "comm");
+		std::string name;
+		if (!std::getline(comm, name) || name != cv::kSessionThreadName)
+			continue;
+		// The first field of schedstat is the time spent on a CPU, in nanoseconds.
+		std::ifstream schedstat(task.path() / "schedstat");
+		uint64_t ns = 0;
+		if (schedstat >> ns)
+			total += ns;
+	}
+	return total;
 }
 
 } // namespace cvtest

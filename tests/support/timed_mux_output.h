@@ -1,14 +1,12 @@
 #pragma once
 
+#include "mux/mux_output.h"
+
 #include <obs.h>
 
 #include <cstdint>
 #include <mutex>
 #include <vector>
-
-namespace cv {
-struct MuxOutput;
-}
 
 // The plug-in's output type under another id, with its encoded-packet callback timed:
 // every call's duration is recorded, and a copy of each packet is kept so the same
@@ -43,13 +41,13 @@ public:
 	void reset(bool keep_packets);
 	std::vector<CallbackTime> times() const;
 	std::vector<RecordedPacket> packets() const;
-	// The output's own state, valid while the output exists.
-	cv::MuxOutput *mux() const;
+	// What the output's stream reports (all zero while there is none).
+	cv::SessionStats stats() const;
 
-	// Waits until the write thread has written everything queued so far.
+	// Waits until the stream has sent everything queued so far.
 	bool wait_queue_drained(int timeout_ms) const;
-	// CPU time the current write thread has used so far; 0 when none runs.
-	uint64_t writer_cpu_ns() const;
+	// CPU time the stream threads of this process have used so far.
+	static uint64_t stream_threads_cpu_ns();
 
 private:
 	static void *create(obs_data_t *settings, obs_output_t *output);
@@ -57,7 +55,7 @@ private:
 	static void encoded_packet(void *data, encoder_packet *packet);
 
 	mutable std::mutex mutex_;
-	cv::MuxOutput *mux_ = nullptr;
+	void *mux_ = nullptr;
 	bool keep_packets_ = false;
 	std::vector<CallbackTime> times_;
 	std::vector<RecordedPacket> packets_;

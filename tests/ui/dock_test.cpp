@@ -1,5 +1,7 @@
 #include "ui_test.h"
 
+#include "mux_pipeline.h"
+
 #include "host_sources.h"
 #include "log_capture.h"
 #include "stream_servers.h"
@@ -212,7 +214,7 @@ TEST_F(DockTest, StatusFollowsARealOutput)
 	make_dock(server.app_url());
 
 	child<QPushButton>("startButton")->click();
-	ASSERT_TRUE(cvtest::wait_for_log("mux opened", 20000));
+	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 	cvtest::process_events_for(600);
 	EXPECT_EQ(status(), "Streaming");
 	EXPECT_EQ(child<QLabel>("statusLabel")->styleSheet(), "font-size: 11px; color: #4caf50; font-weight: bold;");

@@ -2,15 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <initializer_list>
 #include <iterator>
-#include <memory>
 #include <vector>
 
 extern "C" {
-#include <libavcodec/packet.h>
 #include <libavutil/avutil.h>
-#include <libavutil/mem.h>
 }
 
 namespace {
@@ -23,47 +20,48 @@ struct ScanCase {
 	bool annexb;
 	bool aud;
 	bool idr;
-	const char *types;
+	bool disposable = false;
 };
 
 TEST(AnnexB, DetectionAndNalScansAtBufferEdges)
 {
 	const ScanCase cases[] = {
-		{"empty", {}, false, false, false, "[]"},
-		{"bare 3-byte code", {0, 0, 1}, true, false, false, "[]"},
-		{"4-byte code without header", {0, 0, 0, 1}, true, false, false, "[]"},
-		{"3-byte code, header last, size 4", {0, 0, 1, 9}, true, false, false, "[9]"},
-		{"4-byte code, header last, size 5", {0, 0, 0, 1, 9}, true, true, false, "[9]"},
-		{"3-byte IDR, size 5", {0, 0, 1, 0x65, 0x88}, true, false, true, "[5]"},
-		{"nal_ref_idc bits ignored", {0, 0, 1, 0x25, 0x88}, true, false, true, "[5]"},
-		// The type tests stop one position earlier than the list.
-		{"3-byte code at the very end", {0xAA, 0, 0, 1, 9}, false, false, false, "[9]"},
-		{"4-byte code at the very end", {0xAA, 0, 0, 0, 1, 9}, false, true, false, "[9]"},
+		{"empty", {}, false, false, false},
+		{"bare 3-byte code", {0, 0, 1}, true, false, false},
+		{"4-byte code without header", {0, 0, 0, 1}, true, false, false},
+		{"3-byte code, header last, size 4", {0, 0, 1, 9}, true, false, false},
+		{"4-byte code, header last, size 5", {0, 0, 0, 1, 9}, true, true, false},
+		{"3-byte IDR, size 5", {0, 0, 1, 0x65, 0x88}, true, false, true},
+		{"nal_ref_idc bits ignored", {0, 0, 1, 0x25, 0x88}, true, false, true},
+		{"3-byte code at the very end", {0xAA, 0, 0, 1, 9}, false, false, false},
+		{"4-byte code at the very end", {0xAA, 0, 0, 0, 1, 9}, false, true, false},
 		{"length-prefixed (avcC) frame",
 		 {0, 0, 0, 7, 0x65, 0x88, 0x84, 0, 0x33, 0x5F, 0xFE},
 		 false,
 		 false,
-		 false,
-		 "[]"},
+		 false},
 		{"whole keyframe access unit",
 		 {0, 0, 0, 1, 9, 0xF0, 0, 0, 0, 1, 0x67, 0x64, 0, 0, 0, 1, 0x68, 0xEB, 0, 0, 1, 0x65, 0x88},
 		 true,
 		 true,
+		 true},
+		// A slice nothing refers to (nal_ref_idc 0), behind a delimiter and an SEI.
+		{"disposable B-frame",
+		 {0, 0, 0, 1, 9, 0x10, 0, 0, 1, 0x06, 0x05, 0, 0, 1, 0x01, 0x9E},
 		 true,
-		 "[9,7,8,5]"},
+		 true,
+		 false,
+		 true},
+		{"referenced P-frame", {0, 0, 0, 1, 9, 0x10, 0, 0, 1, 0x41, 0x9A}, true, true, false, false},
 	};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.name);
 		const uint8_t *data = c.bytes.empty() ? nullptr : c.bytes.data();
 		EXPECT_EQ(cv::is_annexb(data, c.bytes.size()), c.annexb);
-		EXPECT_EQ(cv::has_aud(data, c.bytes.size()), c.aud);
-		EXPECT_EQ(cv::has_idr(data, c.bytes.size()), c.idr);
-		EXPECT_EQ(cv::nal_types_string(data, c.bytes.size(), 16), c.types);
+		EXPECT_EQ(cv::has_nal_type(data, c.bytes.size(), 9), c.aud);
+		EXPECT_EQ(cv::has_nal_type(data, c.bytes.size(), 5), c.idr);
+		EXPECT_EQ(cv::is_disposable(data, c.bytes.size()), c.disposable);
 	}
-
-	const Bytes au = cases[std::size(cases) - 1].bytes;
-	EXPECT_EQ(cv::nal_types_string(au.data(), au.size(), 0), "[]");
-	EXPECT_EQ(cv::nal_types_string(au.data(), au.size(), 2), "[9,7]");
 }
 
 const Bytes kSps = {0x67, 0x64, 0x00, 0x1F, 0xAC};
@@ -101,7 +99,7 @@ Bytes annexb(const std::vector<Bytes> &units)
 	return out;
 }
 
-TEST(AnnexB, AvccRecordToHeaders)
+TEST(AnnexB, EncoderHeaderToParameterSets)
 {
 	Bytes wrong_version = avcc(0xE1, {kSps}, 1, {kPps});
 	wrong_version[0] = 0;
@@ -131,85 +129,56 @@ TEST(AnnexB, AvccRecordToHeaders)
 	};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.name);
-		size_t size = 12345;
-		uint8_t *out = cv::avcc_to_annexb_headers(c.record.data(), c.record.size(), &size);
-		if (c.expected.empty()) {
-			EXPECT_EQ(out, nullptr);
-			EXPECT_EQ(size, 12345u);
-			continue;
-		}
-		ASSERT_NE(out, nullptr);
-		EXPECT_EQ(Bytes(out, out + size), c.expected);
-		EXPECT_EQ(Bytes(out + size, out + size + 64), Bytes(64, 0)) << "padding";
-		av_free(out);
+		EXPECT_EQ(cv::annexb_parameter_sets(c.record.data(), c.record.size()), c.expected);
 	}
-	size_t size = 0;
-	EXPECT_EQ(cv::avcc_to_annexb_headers(nullptr, 100, &size), nullptr);
+	EXPECT_EQ(cv::annexb_parameter_sets(nullptr, 100), Bytes());
+	// A header that is a byte stream already (x264's) is used as it is.
+	const Bytes stream = annexb({kSps, kPps});
+	EXPECT_EQ(cv::annexb_parameter_sets(stream.data(), stream.size()), stream);
 }
 
-struct PacketDeleter {
-	void operator()(AVPacket *pkt) const { av_packet_free(&pkt); }
-};
-using Packet = std::unique_ptr<AVPacket, PacketDeleter>;
-
-Packet make_packet(const Bytes &payload)
+// What MPEG-TS gets of each access unit: a delimiter first, and the parameter sets with
+// every keyframe that lacks them, right behind the delimiter.
+TEST(AnnexB, SelfContainedAccessUnits)
 {
-	Packet pkt(av_packet_alloc());
-	if (!payload.empty() && av_new_packet(pkt.get(), int(payload.size())) == 0)
-		memcpy(pkt->data, payload.data(), payload.size());
-	pkt->pts = 3003;
-	pkt->dts = 1001;
-	pkt->duration = 1001;
-	pkt->stream_index = 1;
-	pkt->flags = AV_PKT_FLAG_KEY;
-	pkt->pos = 4096;
-	return pkt;
-}
-
-void expect_timing_kept(const AVPacket *pkt)
-{
-	EXPECT_EQ(pkt->pts, 3003);
-	EXPECT_EQ(pkt->dts, 1001);
-	EXPECT_EQ(pkt->duration, 1001);
-	EXPECT_EQ(pkt->stream_index, 1);
-	EXPECT_EQ(pkt->flags, AV_PKT_FLAG_KEY);
-	EXPECT_EQ(pkt->pos, 4096);
-}
-
-TEST(AnnexB, PrependKeepsTimingAndSideData)
-{
+	const Bytes aud = {0, 0, 0, 1, 9, 0x10};
 	const Bytes idr = {0, 0, 1, 0x65, 0x88, 0x84};
-	Packet pkt = make_packet(idr);
-	ASSERT_NE(av_packet_new_side_data(pkt.get(), AV_PKT_DATA_NEW_EXTRADATA, 4), nullptr);
+	const Bytes p_slice = {0, 0, 0, 1, 0x41, 0x9A};
+	const Bytes sets = annexb({kSps, kPps});
+	const Bytes new_aud(std::begin(cv::kAccessUnitDelimiter), std::end(cv::kAccessUnitDelimiter));
+	auto cat = [](std::initializer_list<Bytes> parts) {
+		Bytes out;
+		for (const Bytes &part : parts)
+			out.insert(out.end(), part.begin(), part.end());
+		return out;
+	};
 
-	// A keyframe as it is sent: delimiter, then SPS/PPS, then the slice.
-	const Bytes headers = annexb({kSps, kPps});
-	ASSERT_TRUE(cv::prepend_bytes(pkt.get(), headers.data(), headers.size()));
-	ASSERT_TRUE(cv::prepend_aud(pkt.get()));
-
-	Bytes expected(std::begin(cv::kAccessUnitDelimiter), std::end(cv::kAccessUnitDelimiter));
-	expected.insert(expected.end(), headers.begin(), headers.end());
-	expected.insert(expected.end(), idr.begin(), idr.end());
-	EXPECT_EQ(Bytes(pkt->data, pkt->data + pkt->size), expected);
-	EXPECT_EQ(cv::nal_types_string(pkt->data, size_t(pkt->size), 8), "[9,7,8,5]");
-	expect_timing_kept(pkt.get());
-	EXPECT_NE(av_packet_get_side_data(pkt.get(), AV_PKT_DATA_NEW_EXTRADATA, nullptr), nullptr);
-
-	// Payload the packet does not own is copied and left to its owner.
-	uint8_t external[] = {0, 0, 1, 0x41, 0x9A};
-	Packet borrowed = make_packet({});
-	borrowed->data = external;
-	borrowed->size = int(sizeof(external));
-	ASSERT_TRUE(cv::prepend_aud(borrowed.get()));
-	EXPECT_EQ(borrowed->size, 11);
-	EXPECT_EQ(memcmp(borrowed->data + 6, external, sizeof(external)), 0);
-	expect_timing_kept(borrowed.get());
-
-	Packet empty = make_packet({});
-	EXPECT_FALSE(cv::prepend_aud(empty.get()));
-	EXPECT_EQ(empty->data, nullptr);
-	expect_timing_kept(empty.get());
-	EXPECT_FALSE(cv::prepend_aud(nullptr));
+	const struct {
+		const char *name;
+		Bytes unit;
+		bool keyframe;
+		Bytes expected; // empty: left as it is
+	} cases[] = {
+		{"keyframe without delimiter or sets", idr, true, cat({new_aud, sets, idr})},
+		{"keyframe behind its own delimiter", cat({aud, idr}), true, cat({aud, sets, idr})},
+		{"keyframe with its own sets", cat({aud, sets, idr}), true, {}},
+		{"keyframe with sets, no delimiter", cat({sets, idr}), true, cat({new_aud, sets, idr})},
+		{"delimiter alone", aud, true, cat({aud, sets})},
+		{"other frame without delimiter", p_slice, false, cat({new_aud, p_slice})},
+		{"other frame with delimiter", cat({aud, p_slice}), false, {}},
+		{"length-prefixed payload", {0, 0, 0, 2, 0x65, 0x88}, true, {}},
+	};
+	for (const auto &c : cases) {
+		SCOPED_TRACE(c.name);
+		Bytes out = {0xEE};
+		const bool changed = cv::complete_access_unit(c.unit.data(), c.unit.size(), c.keyframe, sets, &out);
+		EXPECT_EQ(changed, !c.expected.empty());
+		EXPECT_EQ(out, changed ? c.expected : Bytes{0xEE});
+	}
+	Bytes out;
+	EXPECT_FALSE(cv::complete_access_unit(nullptr, 0, true, sets, &out));
+	EXPECT_TRUE(cv::complete_access_unit(idr.data(), idr.size(), true, {}, &out));
+	EXPECT_EQ(out, cat({new_aud, idr})) << "no sets to add";
 }
 
 TEST(AnnexB, MonotonicTimestamps)
