@@ -18,7 +18,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
-#include <malloc.h>
 #include <vector>
 
 namespace cvbench {
@@ -213,7 +212,8 @@ void BM_PacketPath(benchmark::State &state)
 	side.server.stop();
 }
 
-// Samples resident memory while `paused` holds the server still for `seconds`.
+// Samples resident memory while the server is held still for `seconds`. Memory freed
+// before stays with the process and is reused first, so what grows is new.
 struct StallMemory {
 	double rss_growth = 0;
 	double queue_max = 0;
@@ -222,7 +222,6 @@ struct StallMemory {
 StallMemory stall_memory(cvtest::RtmpServer &server, double seconds)
 {
 	StallMemory memory;
-	malloc_trim(0);
 	const double rss_before = double(resident_bytes());
 	const uint64_t until = steady_ns() + uint64_t(seconds * 1e9);
 	server.pause();

@@ -2,8 +2,8 @@
 // the new connection: the plug-in's output beside the host's own "rtmp_output" with
 // the reconnect settings OBS gives users, on the very same encoders.
 //
-// The plug-in tries again 250 ms after losing the connection (then after 0.5, 1, 2,
-// 4, 5 s) and starts the new connection with the newest keyframe it kept. The host
+// The plug-in tries again 250 ms after losing the connection (then after 0.25, 0.5,
+// 0.5, 1, 1, 2 ... 5 s) and starts the new connection with the newest keyframe it kept. The host
 // waits 2 s before its first retry, restarts the encoders on success, and so sends a
 // fresh keyframe right away.
 

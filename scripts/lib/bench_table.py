@@ -181,7 +181,7 @@ def details(runs):
     name = find_run(runs, "BM_ReconnectToKeyframe", None)
     if name and runs[name][0]:
         entries = runs[name][0]
-        out.append("row 4: the plug-in tries again 250 ms after the loss (then 0.5, 1, 2, 4, 5 s) and starts "
+        out.append("row 4: the plug-in tries again 250 ms after the loss (then 0.25, 0.5, 0.5, 1, 1, 2 ... 5 s) and starts "
                    "the new connection with the newest keyframe it kept; the host waits RetryDelay 2 s "
                    "(x1.5 per further try, MaxRetries 25) and restarts its encoders")
         out.append(f"row 4: the loss was noticed after {median_of(entries, 'plugin_notice_ms'):.0f} ms (plug-in), "

@@ -1,7 +1,6 @@
 #include "connection.h"
 
 #include "annexb.h"
-#include "flv_capabilities.h"
 
 #include "core/plugin_log.h"
 
@@ -114,6 +113,9 @@ bool Connection::open(std::string *error)
 {
 	AVDictionary *options = nullptr;
 	if (!destination_.srt) {
+		// Commands and chunk headers go out at once, not after the server's delayed
+		// acknowledgement of what went before.
+		av_dict_set(&options, "tcp_nodelay", "1", 0);
 		av_dict_set(&options, "rtmp_live", "live", 0);
 		av_dict_set(&options, "rtmp_flashver", "FMLE/3.0 (compatible; FMSc/1.0)", 0);
 		av_dict_set(&options, "rtmp_tcurl", destination_.tc_url.c_str(), 0);
@@ -159,7 +161,7 @@ bool Connection::start(const StreamLayout &layout, std::string *error)
 	video->format = AV_PIX_FMT_YUV420P;
 
 	// Older FFmpeg writes a single audio track into FLV; the first one goes.
-	const bool one_track = !srt && !flv_supports_multiple_audio();
+	const bool one_track = !srt && !kFlvCarriesAllAudioTracks;
 	std::string left_out;
 	for (size_t slot = 0; slot < kAudioSlots; slot++) {
 		const std::vector<uint8_t> &header = layout.audio_headers[slot];

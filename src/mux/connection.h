@@ -22,6 +22,10 @@ namespace cv {
 
 inline constexpr size_t kAudioSlots = 6;
 
+// FFmpeg's FLV muxer writes several audio tracks from version 8 on (libavformat 62);
+// before, it takes a single one.
+inline constexpr bool kFlvCarriesAllAudioTracks = LIBAVFORMAT_VERSION_MAJOR >= 62;
+
 // Where the stream goes.
 struct Destination {
 	std::string url;     // stream key included

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -43,10 +42,9 @@ struct MuxOutput {
 	std::mutex session_mutex;
 	std::shared_ptr<StreamSession> session;
 
-	// The encoders' headers are looked for at start and then with each packet until
-	// they are all there; the host hands one output its packets one at a time.
+	// The encoders' headers are looked for at start and then with each packet until the
+	// stream has them; one lookup at a time.
 	std::mutex layout_mutex;
-	std::atomic<bool> layout_sent{true};
 	AVRational fps = {30, 1};
 
 	std::shared_ptr<StreamSession> current()
@@ -105,7 +103,7 @@ QueueLimits queue_limits(obs_output_t *output)
 void send_layout_when_ready(MuxOutput &mux, StreamSession &session)
 {
 	std::lock_guard lock(mux.layout_mutex);
-	if (mux.layout_sent)
+	if (!session.needs_layout())
 		return;
 	obs_encoder_t *video = obs_output_get_video_encoder(mux.output);
 	StreamLayout layout;
@@ -129,7 +127,6 @@ void send_layout_when_ready(MuxOutput &mux, StreamSession &session)
 	layout.sample_rate = obs_get_audio_info(&audio_info) ? int(audio_info.samples_per_sec) : 48000;
 	layout.fps = mux.fps;
 	session.set_layout(layout);
-	mux.layout_sent = true;
 }
 
 bool to_queued_packet(const encoder_packet &packet, QueuedPacket *out)
@@ -217,6 +214,7 @@ bool cv_mux_start(void *data)
 		std::lock_guard lock(mux->settings_mutex);
 		const StreamUrl built = build_stream_url(mux->server, mux->key);
 		destination = {built.url, built.tc_url, mask_url_for_log(built.url, mux->key), is_srt_url(built.url)};
+		std::lock_guard layout_lock(mux->layout_mutex);
 		mux->fps = {int(mux->fps_num), int(mux->fps_den)};
 	}
 	if (destination.url.empty()) {
@@ -241,7 +239,6 @@ bool cv_mux_start(void *data)
 		return false;
 	}
 
-	mux->layout_sent = false;
 	send_layout_when_ready(*mux, *session);
 	{
 		std::lock_guard lock(mux->session_mutex);
@@ -276,7 +273,7 @@ void cv_mux_encoded_packet(void *data, encoder_packet *packet)
 		session->encoder_failed();
 		return;
 	}
-	if (!mux->layout_sent)
+	if (session->needs_layout())
 		send_layout_when_ready(*mux, *session);
 	QueuedPacket queued;
 	if (to_queued_packet(*packet, &queued))

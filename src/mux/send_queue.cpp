@@ -53,9 +53,7 @@ bool SendQueue::pop(QueuedPacket *out)
 		return false;
 	*out = std::move(packets_.front());
 	packets_.pop_front();
-	bytes_ -= out->info.bytes;
-	queued_disposable_ -= disposable_video(out->info) ? 1 : 0;
-	queued_non_key_ -= non_key_video(out->info) ? 1 : 0;
+	count(out->info, false);
 	return true;
 }
 
@@ -66,8 +64,13 @@ void SendQueue::set_connected(bool connected)
 		dropping_ = false;
 }
 
-void SendQueue::restart_at_newest_keyframe()
+void SendQueue::restart_at_newest_keyframe(std::deque<QueuedPacket> sent)
 {
+	while (!sent.empty()) {
+		count(sent.back().info, true);
+		packets_.push_front(std::move(sent.back()));
+		sent.pop_back();
+	}
 	auto newest = std::find_if(packets_.rbegin(), packets_.rend(), [](const QueuedPacket &queued) {
 		return queued.info.video && queued.info.keyframe;
 	});
@@ -108,10 +111,18 @@ bool SendQueue::settle()
 
 void SendQueue::append(QueuedPacket packet)
 {
-	bytes_ += packet.info.bytes;
-	queued_disposable_ += disposable_video(packet.info) ? 1 : 0;
-	queued_non_key_ += non_key_video(packet.info) ? 1 : 0;
+	count(packet.info, true);
 	packets_.push_back(std::move(packet));
+}
+
+void SendQueue::count(const PacketInfo &info, bool in)
+{
+	auto add = [in](size_t &total, size_t amount) {
+		total = in ? total + amount : total - amount;
+	};
+	add(bytes_, info.bytes);
+	add(queued_disposable_, disposable_video(info) ? 1 : 0);
+	add(queued_non_key_, non_key_video(info) ? 1 : 0);
 }
 
 void SendQueue::count_drop(const PacketInfo &info)

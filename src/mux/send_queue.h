@@ -70,8 +70,9 @@ public:
 	// Whether a connection is sending (see the last rule above).
 	void set_connected(bool connected);
 	// A connection was lost: keep what follows the newest keyframe for the next one, or
-	// nothing when no keyframe is queued.
-	void restart_at_newest_keyframe();
+	// nothing when there is none. `sent` is what the lost connection had sent of the
+	// current group of pictures: it goes back in front of what is queued.
+	void restart_at_newest_keyframe(std::deque<QueuedPacket> sent = {});
 	void clear();
 
 	bool empty() const { return packets_.empty(); }
@@ -90,6 +91,8 @@ public:
 
 private:
 	void append(QueuedPacket packet);
+	// Keeps the totals of what is queued as a packet goes in or out.
+	void count(const PacketInfo &info, bool in);
 	void count_drop(const PacketInfo &info);
 	void drop_front(size_t count);
 	template<typename Unwanted> void drop_where(Unwanted unwanted);

@@ -33,8 +33,10 @@ double seconds_since(Clock::time_point at)
 
 milliseconds retry_delay(unsigned attempt)
 {
+	// 0.25, 0.25, 0.5, 0.5, 1, 1, 2, 2, 4, 4, 5 s...: a server that is back within a
+	// second or two is found at once, one that stays away is not pestered.
 	milliseconds delay = kFirstRetry;
-	for (unsigned i = 0; i < attempt && delay < kLongestRetry; i++)
+	for (unsigned i = 0; i < attempt / 2 && delay < kLongestRetry; i++)
 		delay *= 2;
 	return std::min(delay, kLongestRetry);
 }
@@ -69,6 +71,7 @@ bool StreamSession::wait_for_all(milliseconds timeout)
 StreamSession::StreamSession(const Destination &destination, const QueueLimits &limits, SessionEvents events)
 	: destination_(destination),
 	  queue_(limits),
+	  max_sent_bytes_(limits.max_bytes),
 	  events_(std::move(events))
 {
 }
@@ -89,7 +92,7 @@ void StreamSession::set_layout(const StreamLayout &layout)
 	{
 		std::lock_guard lock(mutex_);
 		layout_ = layout;
-		has_layout_ = true;
+		has_layout_.store(true, std::memory_order_release);
 	}
 	wake_.notify_all();
 }
@@ -248,8 +251,10 @@ void StreamSession::run()
 				queue_.set_connected(false);
 				if (lost) {
 					reconnecting_ = true;
-					queue_.restart_at_newest_keyframe();
+					queue_.restart_at_newest_keyframe(std::move(sent_));
 				}
+				sent_.clear();
+				sent_bytes_ = 0;
 			}
 			if (lost) {
 				// The peer is gone: closing must not wait for it.
@@ -331,8 +336,14 @@ bool StreamSession::pump(Connection &connection, std::string *error)
 			     kLogTag, seconds_since(drop_began), (unsigned long long)dropped.video_frames,
 			     (unsigned long long)dropped.audio_packets);
 
+		// The connection writes a reference to the payload with its own timing; the packet
+		// itself is kept, unchanged, with the rest of its group of pictures.
+		QueuedPacket outgoing{PacketPtr(av_packet_clone(packet.packet.get())), packet.info};
+		if (!outgoing.packet)
+			continue;
+		keep_sent(std::move(packet));
 		const uint64_t written = connection.bytes_written();
-		const int rc = connection.write(packet);
+		const int rc = connection.write(outgoing);
 		{
 			std::lock_guard lock(mutex_);
 			bytes_sent_ += connection.bytes_written() - written;
@@ -351,6 +362,20 @@ bool StreamSession::pump(Connection &connection, std::string *error)
 		}
 		blog(LOG_DEBUG, "[%s] packet not sent: %s", kLogTag, error_text(rc).c_str());
 	}
+}
+
+void StreamSession::keep_sent(QueuedPacket packet)
+{
+	if (packet.info.video && packet.info.keyframe) {
+		sent_.clear();
+		sent_bytes_ = 0;
+	}
+	// Only whole from its keyframe on, and no larger than the queue would keep it.
+	sent_bytes_ += packet.info.bytes;
+	if (sent_bytes_ > max_sent_bytes_)
+		sent_.clear();
+	else if (!sent_.empty() || (packet.info.video && packet.info.keyframe))
+		sent_.push_back(std::move(packet));
 }
 
 bool StreamSession::sleep_unless_stopped(milliseconds delay)

@@ -8,8 +8,10 @@
 #include "connection.h"
 #include "send_queue.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -71,6 +73,7 @@ public:
 	void begin_events();
 	// The encoders' headers: the container header waits for them.
 	void set_layout(const StreamLayout &layout);
+	bool needs_layout() const { return !has_layout_.load(std::memory_order_acquire); }
 	void push(QueuedPacket packet);
 	// The host's encoder stopped with an error.
 	void encoder_failed();
@@ -93,18 +96,24 @@ private:
 	// Sends until the connection is lost (true, with the reason) or the stop has sent
 	// what it could (false).
 	bool pump(Connection &connection, std::string *error);
+	void keep_sent(QueuedPacket packet);
 	bool sleep_unless_stopped(std::chrono::milliseconds delay);
 	void fail(Failure failure, const std::string &error);
 	void tell(const std::function<void()> &event);
 
 	const Destination destination_;
 	IoDeadline deadline_;
+	std::atomic<bool> has_layout_{false};
 
 	mutable std::mutex mutex_; // guards everything below up to events_mutex_
 	std::condition_variable wake_;
 	SendQueue queue_;
+	// What the connection has sent of the current group of pictures, so that the next
+	// connection can start with its keyframe (the session's thread alone uses it).
+	std::deque<QueuedPacket> sent_;
+	size_t sent_bytes_ = 0;
+	size_t max_sent_bytes_;
 	StreamLayout layout_;
-	bool has_layout_ = false;
 	bool stop_requested_ = false;
 	bool encoder_failed_ = false;
 	bool connecting_ = true;

@@ -12,7 +12,6 @@
 #include "stream_servers.h"
 #include "wait.h"
 
-#include "mux/flv_capabilities.h"
 #include "mux/mux_output.h"
 
 #include <memory>
@@ -111,7 +110,7 @@ TEST_F(MuxOutputTest, StreamsDecodeFromTheirFirstFrame)
 									: (nginx.stop(), nginx.recordings("vert-key"));
 			ASSERT_EQ(recordings.size(), 1u);
 			// Older FFmpeg writes a single audio track into FLV.
-			const size_t tracks = srt || cv::flv_supports_multiple_audio() ? 2 : 1;
+			const size_t tracks = srt || cv::kFlvCarriesAllAudioTracks ? 2 : 1;
 			// A stop sends what is queued, but newer SRT libraries drop their own send
 			// buffer when they close.
 			expect_clean(cvtest::check_stream(recordings[0]), 4.0, tracks);

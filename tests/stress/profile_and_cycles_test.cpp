@@ -5,6 +5,8 @@
 #include "frontend_stress_test.h"
 #include "mux_pipeline.h"
 
+#include "mux/mux_output.h"
+
 #include "process_stats.h"
 
 #include "canvas/vertical_canvas.h"
@@ -145,18 +147,19 @@ TEST_F(ProfileAndCyclesTest, ProfileSwitchesWhileStreaming)
 		// which the host destroys on its own threads, are gone.
 		if (!to_first) {
 			cvtest::process_events_for(300);
+			ASSERT_TRUE(cv::wait_for_mux_streams(std::chrono::seconds(5)));
 			heap.sample();
 		}
 	}
 	EXPECT_EQ(log_count("Failed to rebuild vertical runtime"), 0u);
 	EXPECT_GE(log_count("Profile change — rebuilding vertical runtime"), size_t(switches + 1));
 
-	// The last runtime still streams, and what it sends decodes.
-	const cvtest::RecordingInfo info = stream_with_main("first");
+	// The last runtime (the second profile's) still streams, and what it sends decodes.
+	const cvtest::RecordingInfo info = stream_with_main("second");
 	ASSERT_TRUE(info.opened) << info.error;
 	EXPECT_EQ(info.decode_errors, 0);
 	EXPECT_TRUE(info.first_video_packet_key);
-	EXPECT_EQ(info.width, 360);
+	EXPECT_EQ(info.width, 270);
 
 	cvtest::sleep_ms(300);
 	EXPECT_LE(thread_count(), threads);
@@ -191,6 +194,7 @@ TEST_F(ProfileAndCyclesTest, StartStopCyclesWithTheMainStream)
 		}
 		fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
 		ASSERT_TRUE(wait_vertical_inactive());
+		ASSERT_TRUE(cv::wait_for_mux_streams(std::chrono::seconds(5)));
 		heap.sample();
 	}
 	EXPECT_EQ(log_count("No encoder could start successfully"), 0u);

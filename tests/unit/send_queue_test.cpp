@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -71,6 +72,16 @@ TEST(SendQueue, EveryConnectionStartsWithTheNewestKeyframe)
 	queue.set_connected(false);
 	queue.restart_at_newest_keyframe();
 	EXPECT_EQ(drain(queue), (Names{"K110", "P120", "A125"}));
+
+	// ...the part of its group of pictures already sent included.
+	queue.set_connected(true);
+	push_all(queue, {"P126", "A127"});
+	std::deque<cv::QueuedPacket> sent;
+	for (const char *name : {"K110", "P120", "A125"})
+		sent.push_back(packet(name));
+	queue.set_connected(false);
+	queue.restart_at_newest_keyframe(std::move(sent));
+	EXPECT_EQ(drain(queue), (Names{"K110", "P120", "A125", "P126", "A127"}));
 
 	// ...and without one queued, waits for the next.
 	push_all(queue, {"P130", "A135"});
