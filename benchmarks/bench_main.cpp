@@ -7,9 +7,9 @@
 #include "replay_encoders.h"
 #include "timed_mux_output.h"
 
-#include "mux/mux_output.h"
+#include "stream/mux_output.h"
 
-#include "host_session.h"
+#include "host.h"
 
 #include <benchmark/benchmark.h>
 #include <util/base.h>
@@ -57,19 +57,17 @@ int main(int argc, char **argv)
 		cvtest::HostOptions options;
 		options.fps_num = 30;
 		options.outputs = true;
-		cvtest::HostSession host;
 		std::string error;
-		if (host.start(options, pattern, &error)) {
+		if (cvtest::start_host(options, pattern, &error)) {
 			cv::register_mux_output();
 			cvtest::TimedMux::register_type();
-			cvtest::register_test_service();
 			cvbench::register_replay_types();
 			benchmark::RunSpecifiedBenchmarks();
 		} else {
 			fprintf(stderr, "cannot start the host: %s\n", error.c_str());
 			result = 1;
 		}
-		const long outstanding = host.stop();
+		const long outstanding = cvtest::stop_host();
 		if (outstanding != 0) {
 			fprintf(stderr, "%ld libobs allocations outstanding after shutdown\n", outstanding);
 			result = 1;

@@ -2,7 +2,7 @@
 
 #include "bench_util.h"
 #include "host_rtmp_output.h"
-#include "stream_servers.h"
+#include "servers.h"
 
 #include <string>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "mux_pipeline.h"
+#include "pipeline.h"
 
 #include <cstdint>
 #include <map>

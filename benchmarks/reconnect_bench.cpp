@@ -11,8 +11,8 @@
 #include "bench_util.h"
 #include "timed_mux_output.h"
 
-#include "mux_pipeline.h"
-#include "stream_servers.h"
+#include "pipeline.h"
+#include "servers.h"
 
 #include <benchmark/benchmark.h>
 

@@ -7,11 +7,11 @@
 #include "timed_mux_output.h"
 
 #include "canvas/vertical_canvas.h"
-#include "mux/mux_output.h"
+#include "stream/mux_output.h"
 #include "output/vertical_output.h"
 
-#include "host_sources.h"
-#include "stream_servers.h"
+#include "sources.h"
+#include "servers.h"
 #include "tcp_relay.h"
 
 #include <benchmark/benchmark.h>

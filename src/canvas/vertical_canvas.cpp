@@ -1,8 +1,8 @@
 #include "vertical_canvas.h"
 
-#include "cover_placement.h"
-
-#include "core/plugin_log.h"
+#include "base/canvas_format.h"
+#include "base/log.h"
+#include "base/placement.h"
 
 namespace cv {
 
@@ -35,8 +35,6 @@ VerticalCanvas::VerticalCanvas(const CanvasConfig &config)
 
 VerticalCanvas::~VerticalCanvas()
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 	if (initialised_)
 		teardown();
 	scenes_.clear();
@@ -44,24 +42,22 @@ VerticalCanvas::~VerticalCanvas()
 
 bool VerticalCanvas::init()
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 
 	if (initialised_) {
-		blog(LOG_WARNING, "[%s] VerticalCanvas already initialised", kLogTag);
+		log_warning("VerticalCanvas already initialised");
 		return true;
 	}
 
 	const std::string problem = canvas_format_problem(width_, height_, fps_num_, fps_den_);
 	if (!problem.empty()) {
-		blog(LOG_ERROR, "[%s] Invalid canvas format %ux%u @ %u/%u fps — %s", kLogTag, width_, height_, fps_num_,
+		log_error("Invalid canvas format %ux%u @ %u/%u fps — %s", width_, height_, fps_num_,
 		     fps_den_, problem.c_str());
 		return false;
 	}
 
 	obs_video_info ovi = {};
 	if (!obs_get_video_info(&ovi)) {
-		blog(LOG_ERROR, "[%s] obs_get_video_info failed — OBS not ready", kLogTag);
+		log_error("obs_get_video_info failed — OBS not ready");
 		return false;
 	}
 
@@ -78,31 +74,29 @@ bool VerticalCanvas::init()
 
 	view_ = obs_view_create();
 	if (!view_) {
-		blog(LOG_ERROR, "[%s] obs_view_create() failed", kLogTag);
+		log_error("obs_view_create() failed");
 		return false;
 	}
 
 	video_ = obs_view_add2(view_, &video_info_);
 	if (!video_) {
-		blog(LOG_ERROR, "[%s] obs_view_add2() failed", kLogTag);
+		log_error("obs_view_add2() failed");
 		view_ = nullptr;
 		return false;
 	}
 
 	audio_ = obs_get_audio();
 
-	if (!create_scene_unlocked("Scene 1"))
-		blog(LOG_WARNING, "[%s] Failed to create default scene", kLogTag);
+	if (!create_scene("Scene 1"))
+		log_warning("Failed to create default scene");
 
 	initialised_ = true;
-	blog(LOG_INFO, "[%s] Canvas initialised: %ux%u @ %u/%u fps", kLogTag, width_, height_, fps_num_, fps_den_);
+	log_info("Canvas initialised: %ux%u @ %u/%u fps", width_, height_, fps_num_, fps_den_);
 	return true;
 }
 
 void VerticalCanvas::shutdown()
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 	if (initialised_)
 		teardown();
 }
@@ -127,26 +121,19 @@ void VerticalCanvas::teardown()
 	audio_ = nullptr;
 	video_ = nullptr;
 	initialised_ = false;
-	blog(LOG_INFO, "[%s] Canvas shut down", kLogTag);
+	log_debug("Canvas shut down");
 }
 
 bool VerticalCanvas::create_scene(const std::string &name)
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
-	return create_scene_unlocked(name);
-}
-
-bool VerticalCanvas::create_scene_unlocked(const std::string &name)
-{
 	if (find_scene(name)) {
-		blog(LOG_WARNING, "[%s] Scene already exists: %s", kLogTag, name.c_str());
+		log_warning("Scene already exists: %s", name.c_str());
 		return false;
 	}
 
 	OBSSceneAutoRelease scene = obs_scene_create_private(name.c_str());
 	if (!scene) {
-		blog(LOG_ERROR, "[%s] obs_scene_create_private failed for: %s", kLogTag, name.c_str());
+		log_error("obs_scene_create_private failed for: %s", name.c_str());
 		return false;
 	}
 
@@ -155,18 +142,16 @@ bool VerticalCanvas::create_scene_unlocked(const std::string &name)
 		active_index_ = int32_t(scenes_.size() - 1);
 		show_on_view(&scenes_.back());
 	}
-	blog(LOG_INFO, "[%s] Scene created (private): %s", kLogTag, name.c_str());
+	log_info("Scene created (private): %s", name.c_str());
 	return true;
 }
 
 bool VerticalCanvas::remove_scene(const std::string &name)
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 
 	const int32_t index = find_index(name);
 	if (index < 0) {
-		blog(LOG_WARNING, "[%s] remove_scene — not found: %s", kLogTag, name.c_str());
+		log_warning("remove_scene — not found: %s", name.c_str());
 		return false;
 	}
 
@@ -190,41 +175,37 @@ bool VerticalCanvas::remove_scene(const std::string &name)
 	if (use_active_scene_audio_)
 		apply_active_audio();
 
-	blog(LOG_INFO, "[%s] Scene removed: %s", kLogTag, name.c_str());
+	log_info("Scene removed: %s", name.c_str());
 	return true;
 }
 
 bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string &new_name)
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 
 	if (old_name == new_name)
 		return true;
 	if (find_scene(new_name)) {
-		blog(LOG_WARNING, "[%s] rename_scene — name already in use: %s", kLogTag, new_name.c_str());
+		log_warning("rename_scene — name already in use: %s", new_name.c_str());
 		return false;
 	}
 	VerticalScene *entry = find_scene(old_name);
 	if (!entry) {
-		blog(LOG_WARNING, "[%s] rename_scene — not found: %s", kLogTag, old_name.c_str());
+		log_warning("rename_scene — not found: %s", old_name.c_str());
 		return false;
 	}
 
 	rename_private_scene(*entry, new_name);
 	entry->name = new_name;
-	blog(LOG_INFO, "[%s] Scene renamed: %s -> %s", kLogTag, old_name.c_str(), new_name.c_str());
+	log_info("Scene renamed: %s -> %s", old_name.c_str(), new_name.c_str());
 	return true;
 }
 
 bool VerticalCanvas::set_active_scene(const std::string &name)
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 
 	const int32_t index = find_index(name);
 	if (index < 0) {
-		blog(LOG_WARNING, "[%s] set_active_scene — not found: %s", kLogTag, name.c_str());
+		log_warning("set_active_scene — not found: %s", name.c_str());
 		return false;
 	}
 	if (index == active_index_)
@@ -233,18 +214,16 @@ bool VerticalCanvas::set_active_scene(const std::string &name)
 	active_index_ = index;
 	show_on_view(&scenes_[size_t(index)]);
 	apply_active_audio();
-	blog(LOG_INFO, "[%s] Active scene: %s", kLogTag, name.c_str());
+	log_info("Active scene: %s", name.c_str());
 	return true;
 }
 
 bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const std::string &source_name)
 {
-	std::lock_guard lock(mutex_);
-	const PreviewSourceRefresh refresh(*this);
 
 	VerticalScene *entry = find_scene(scene_name);
 	if (!entry) {
-		blog(LOG_WARNING, "[%s] assign_scene_source — scene not found: %s", kLogTag, scene_name.c_str());
+		log_warning("assign_scene_source — scene not found: %s", scene_name.c_str());
 		return false;
 	}
 
@@ -253,7 +232,7 @@ bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const st
 
 	if (source_name.empty()) {
 		place_source(*entry, nullptr);
-		blog(LOG_INFO, "[%s] Scene '%s': source cleared", kLogTag, scene_name.c_str());
+		log_info("Scene '%s': source cleared", scene_name.c_str());
 		return true;
 	}
 
@@ -263,7 +242,7 @@ bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const st
 	entry->source_name = source_name;
 	if (!source) {
 		// The old picture stays in the private scene on purpose.
-		blog(LOG_WARNING, "[%s] assign_scene_source — OBS source not found: %s", kLogTag, source_name.c_str());
+		log_warning("assign_scene_source — OBS source not found: %s", source_name.c_str());
 		return false;
 	}
 
@@ -271,13 +250,12 @@ bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const st
 	obs_source_inc_showing(source);
 	entry->source = std::move(source);
 	apply_active_audio();
-	blog(LOG_INFO, "[%s] Scene '%s': source assigned → '%s'", kLogTag, scene_name.c_str(), source_name.c_str());
+	log_info("Scene '%s': source assigned → '%s'", scene_name.c_str(), source_name.c_str());
 	return true;
 }
 
-std::vector<std::string> VerticalCanvas::scene_names()
+std::vector<std::string> VerticalCanvas::scene_names() const
 {
-	std::lock_guard lock(mutex_);
 	std::vector<std::string> names;
 	names.reserve(scenes_.size());
 	for (const VerticalScene &entry : scenes_)
@@ -285,39 +263,67 @@ std::vector<std::string> VerticalCanvas::scene_names()
 	return names;
 }
 
-std::string VerticalCanvas::active_scene_name()
+std::string VerticalCanvas::active_scene_name() const
 {
-	std::lock_guard lock(mutex_);
 	if (active_index_ >= 0 && size_t(active_index_) < scenes_.size())
 		return scenes_[size_t(active_index_)].name;
 	return {};
 }
 
-std::string VerticalCanvas::scene_source_name(const std::string &scene_name)
+std::string VerticalCanvas::scene_source_name(const std::string &scene_name) const
 {
-	std::lock_guard lock(mutex_);
 	const VerticalScene *entry = find_scene(scene_name);
 	return entry ? entry->source_name : std::string();
 }
 
-OBSSource VerticalCanvas::active_source() const
+SceneList VerticalCanvas::scene_list() const
 {
-	std::lock_guard lock(preview_mutex_);
-	OBSSourceAutoRelease source = obs_weak_source_get_source(preview_source_);
-	return OBSSource(source.Get());
+	SceneList list;
+	for (const VerticalScene &entry : scenes_)
+		list.scenes.push_back({entry.name, entry.source_name});
+	list.active = active_scene_name();
+	return list;
 }
 
-void VerticalCanvas::update_preview_source()
+void VerticalCanvas::restore(const SceneList &list)
 {
-	const int32_t index = active_index_;
-	obs_source_t *source = index >= 0 && size_t(index) < scenes_.size() ? scenes_[size_t(index)].source.Get()
-									    : nullptr;
-	OBSWeakSourceAutoRelease weak = obs_source_get_weak_source(source);
-	std::lock_guard lock(preview_mutex_);
-	preview_source_ = weak.Get();
+	if (list.scenes.empty()) {
+		log_info("No saved scenes — keeping default Scene 1");
+		return;
+	}
+	remove_scene("Scene 1");
+	for (const SceneEntry &entry : list.scenes) {
+		// A name that exists already is refused here; its source is still assigned.
+		create_scene(entry.name);
+		if (!entry.source.empty())
+			assign_scene_source(entry.name, entry.source);
+	}
+	if (!list.active.empty())
+		set_active_scene(list.active);
+	log_info("Restored %zu scene(s), active: %s", list.scenes.size(),
+		 list.active.empty() ? "(none)" : list.active.c_str());
+}
+
+void VerticalCanvas::reassign_sources()
+{
+	for (size_t i = 0; i < scenes_.size(); i++) {
+		// Copies: the assignment changes the entry.
+		const std::string name = scenes_[i].name;
+		const std::string source = scenes_[i].source_name;
+		if (source.empty())
+			continue;
+		log_debug("Re-applying source '%s' → scene '%s'", source.c_str(), name.c_str());
+		assign_scene_source(name, source);
+	}
 }
 
 VerticalScene *VerticalCanvas::find_scene(const std::string &name)
+{
+	const int32_t index = find_index(name);
+	return index < 0 ? nullptr : &scenes_[size_t(index)];
+}
+
+const VerticalScene *VerticalCanvas::find_scene(const std::string &name) const
 {
 	const int32_t index = find_index(name);
 	return index < 0 ? nullptr : &scenes_[size_t(index)];
@@ -376,7 +382,7 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 
 	obs_sceneitem_t *item = obs_scene_add(entry.scene, source);
 	if (!item) {
-		blog(LOG_WARNING, "[%s] obs_scene_add failed for source: %s", kLogTag, obs_source_get_name(source));
+		log_warning("obs_scene_add failed for source: %s", obs_source_get_name(source));
 		return;
 	}
 
@@ -399,7 +405,7 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 	obs_sceneitem_set_info(item, &info);
 #endif
 
-	blog(LOG_INFO, "[%s] Source '%s' placed: src=%ux%u scale=%.4f pos=(%.1f,%.1f)", kLogTag,
+	log_debug("Source '%s' placed: src=%ux%u scale=%.4f pos=(%.1f,%.1f)",
 	     obs_source_get_name(source), sw, sh, placement.scale, placement.x, placement.y);
 }
 

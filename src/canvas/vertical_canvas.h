@@ -1,11 +1,10 @@
 #pragma once
 
-#include "canvas_format.h"
+#include "base/settings.h"
 
 #include <obs.hpp>
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -23,7 +22,7 @@ struct VerticalScene {
 };
 
 // The second, vertical canvas: a host view with its own video output and the list
-// of vertical scenes it can show.
+// of vertical scenes it can show. The host's UI thread alone uses it.
 class VerticalCanvas {
 public:
 	explicit VerticalCanvas(const CanvasConfig &config);
@@ -35,7 +34,6 @@ public:
 	bool init();
 	void shutdown();
 
-	// Plain reads for the output; valid while the runtime is alive.
 	uint32_t width() const { return width_; }
 	uint32_t height() const { return height_; }
 	uint32_t fps_num() const { return fps_num_; }
@@ -53,20 +51,23 @@ public:
 	// An empty source name clears the scene.
 	bool assign_scene_source(const std::string &scene_name, const std::string &source_name);
 
-	std::vector<std::string> scene_names();
-	std::string active_scene_name();
+	std::vector<std::string> scene_names() const;
+	std::string active_scene_name() const;
 	// Empty when the scene does not exist or has no source assigned.
-	std::string scene_source_name(const std::string &scene_name);
+	std::string scene_source_name(const std::string &scene_name) const;
 
-	// The host scene the active vertical scene shows (null when none), for the preview's
-	// draw callback on the graphics thread. It takes only a lock of its own, never the
-	// canvas lock, which is held around libobs calls that may wait for that thread.
-	OBSSource active_source() const;
+	// The scene list as a record, and back: a saved list replaces the default scene
+	// (an empty one keeps it).
+	SceneList scene_list() const;
+	void restore(const SceneList &list);
+	// Assigns every scene's source once more, for host scenes that did not exist when
+	// the list was restored.
+	void reassign_sources();
 
 private:
 	void teardown();
-	bool create_scene_unlocked(const std::string &name);
 	VerticalScene *find_scene(const std::string &name);
+	const VerticalScene *find_scene(const std::string &name) const;
 	int32_t find_index(const std::string &name) const;
 	void place_source(VerticalScene &entry, obs_source_t *source);
 	void rename_private_scene(VerticalScene &entry, const std::string &new_name);
@@ -87,18 +88,6 @@ private:
 	std::vector<VerticalScene> scenes_;
 	int32_t active_index_ = -1;
 	bool initialised_ = false;
-	std::mutex mutex_;
-
-	// Refreshed at the end of every locked operation that may change the active
-	// assignment.
-	void update_preview_source();
-	struct PreviewSourceRefresh {
-		VerticalCanvas &canvas;
-		explicit PreviewSourceRefresh(VerticalCanvas &owner) : canvas(owner) {}
-		~PreviewSourceRefresh() { canvas.update_preview_source(); }
-	};
-	mutable std::mutex preview_mutex_;
-	OBSWeakSource preview_source_;
 };
 
 } // namespace cv

@@ -1,10 +1,9 @@
 #include "vertical_output.h"
 
 #include "canvas/vertical_canvas.h"
-#include "core/plugin_log.h"
-#include "mux/mux_output.h"
-#include "mux/stream_url.h"
-#include "ui/stream_error_box.h"
+#include "base/log.h"
+#include "stream/mux_output.h"
+#include "stream/stream_url.h"
 
 #include <atomic>
 #include <cstring>
@@ -52,59 +51,55 @@ const std::vector<const char *> &encoder_candidates(const std::string &preferred
 	return automatic;
 }
 
-VerticalOutput::VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config)
+VerticalOutput::VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config, StreamErrorHandler on_error)
 	: canvas_(canvas),
 	  url_(config.url),
 	  key_(config.key),
 	  bitrate_kbps_(config.bitrate_kbps),
 	  encoder_preset_(config.encoder_preset),
-	  preferred_encoder_(config.preferred_encoder)
+	  preferred_encoder_(config.preferred_encoder),
+	  on_error_(std::move(on_error))
 {
 }
 
 VerticalOutput::~VerticalOutput()
 {
-	std::lock_guard lock(mutex_);
 	if (!initialised_)
 		return;
 	release_all();
 	initialised_ = false;
-	blog(LOG_INFO, "[%s] VerticalOutput destroyed", kLogTag);
+	log_debug("VerticalOutput destroyed");
 }
 
 bool VerticalOutput::init()
 {
-	std::lock_guard lock(mutex_);
 	if (initialised_) {
-		blog(LOG_WARNING, "[%s] VerticalOutput already initialised", kLogTag);
+		log_warning("VerticalOutput already initialised");
 		return true;
 	}
 	if (!canvas_ || !canvas_->initialised()) {
-		blog(LOG_ERROR, "[%s] VerticalOutput::init — canvas not ready", kLogTag);
+		log_error("VerticalOutput::init — canvas not ready");
 		return false;
 	}
 	initialised_ = true;
-	blog(LOG_INFO, "[%s] VerticalOutput initialised (runtime encoder fallback enabled)", kLogTag);
+	log_debug("VerticalOutput initialised (runtime encoder fallback enabled)");
 	return true;
 }
 
 bool VerticalOutput::start()
 {
-	std::lock_guard lock(mutex_);
 	if (!initialised_) {
-		blog(LOG_ERROR, "[%s] VerticalOutput::start — not initialised", kLogTag);
+		log_error("VerticalOutput::start — not initialised");
 		return false;
 	}
 	if (output_ && obs_output_active(output_)) {
-		blog(LOG_WARNING, "[%s] VerticalOutput::start — already active (%s)", kLogTag,
+		log_warning("VerticalOutput::start — already active (%s)",
 		     or_unknown(active_encoder_));
 		return true;
 	}
 	if (url_.empty()) {
-		blog(LOG_ERROR,
-		     "[%s] Vertical output start failed: RTMP URL is empty. Configure it in Tools → Corvane Vertical "
-		     "Streaming Settings.",
-		     kLogTag);
+		log_error("Vertical output start failed: RTMP URL is empty. Configure it in Tools → Corvane Vertical "
+		     "Streaming Settings.");
 		return false;
 	}
 	return start_with_fallback();
@@ -113,8 +108,11 @@ bool VerticalOutput::start()
 bool VerticalOutput::start_with_fallback()
 {
 	for (const char *id : encoder_candidates(preferred_encoder_)) {
+		// An encoder this host does not have would only fail later, after a connection.
+		if (!obs_get_encoder_codec(id))
+			continue;
 		release_all();
-		blog(LOG_INFO, "[%s] Trying vertical output encoder: %s", kLogTag, id);
+		log_debug("Trying vertical output encoder: %s", id);
 		if (!create_video_encoder(id))
 			continue;
 		if (!create_audio_encoders() || !create_output()) {
@@ -123,57 +121,52 @@ bool VerticalOutput::start_with_fallback()
 		}
 
 		video_t *video = canvas_->video();
-		blog(LOG_DEBUG,
-		     "[%s] pre-start: encoder=%s video_t=%p audio_t=%p video_enc=%p audio_enc0=%p audio_tracks=%zu "
-		     "output=%p",
-		     kLogTag, id, static_cast<void *>(video), static_cast<void *>(canvas_->audio()),
+		log_debug("pre-start: encoder=%s video_t=%p audio_t=%p video_enc=%p audio_enc0=%p audio_tracks=%zu "
+		     "output=%p", id, static_cast<void *>(video), static_cast<void *>(canvas_->audio()),
 		     static_cast<void *>(video_encoder_.Get()), static_cast<void *>(audio_encoders_[0].Get()),
 		     audio_encoder_count_, static_cast<void *>(output_.Get()));
 		if (video)
-			blog(LOG_INFO, "[%s] video_output: width=%u height=%u", kLogTag, video_output_get_width(video),
+			log_debug("video_output: width=%u height=%u", video_output_get_width(video),
 			     video_output_get_height(video));
 		// The address as the log may show it: no key, no SRT secret.
-		blog(LOG_INFO, "[%s] Vertical output starting: %s", kLogTag, mask_url_for_log(url_, key_).c_str());
+		log_info("Vertical output starting: %s", mask_url_for_log(url_, key_).c_str());
 
 		if (obs_output_start(output_)) {
 			active_encoder_ = id;
-			blog(LOG_INFO, "[%s] Vertical output started with encoder: %s", kLogTag, id);
+			log_info("Vertical output started with encoder: %s", id);
 			return true;
 		}
 		const char *error = obs_output_get_last_error(output_);
-		blog(LOG_WARNING, "[%s] Encoder %s failed to start output: %s", kLogTag, id, error ? error : "unknown");
+		log_warning("Encoder %s failed to start output: %s", id, error ? error : "unknown");
 		release_all();
 	}
-	blog(LOG_ERROR, "[%s] No encoder could start successfully", kLogTag);
+	log_error("No encoder could start successfully");
 	return false;
 }
 
 void VerticalOutput::stop()
 {
-	std::lock_guard lock(mutex_);
 	if (output_ && obs_output_active(output_)) {
 		obs_output_stop(output_);
-		blog(LOG_INFO, "[%s] Vertical output stop requested (%s)", kLogTag, or_unknown(active_encoder_));
+		log_info("Vertical output stop requested (%s)", or_unknown(active_encoder_));
 	} else {
-		blog(LOG_INFO, "[%s] VerticalOutput::stop — not active, nothing to do", kLogTag);
+		log_debug("VerticalOutput::stop — not active, nothing to do");
 	}
 }
 
 bool VerticalOutput::is_active()
 {
-	std::lock_guard lock(mutex_);
 	return output_ && obs_output_active(output_);
 }
 
 void VerticalOutput::update_config(const OutputConfig &config)
 {
-	std::lock_guard lock(mutex_);
 	url_ = config.url;
 	key_ = config.key;
 	bitrate_kbps_ = config.bitrate_kbps;
 	encoder_preset_ = config.encoder_preset;
 	preferred_encoder_ = config.preferred_encoder;
-	blog(LOG_INFO, "[%s] VerticalOutput config updated (url: %s, preferred_encoder: %s)", kLogTag,
+	log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)",
 	     mask_url_for_log(url_, key_).c_str(), preferred_encoder_.c_str());
 }
 
@@ -196,7 +189,7 @@ bool VerticalOutput::create_video_encoder(const char *id)
 	OBSEncoderAutoRelease encoder =
 		obs_video_encoder_create(id, make_unique_name("cv_video_enc").c_str(), settings, nullptr);
 	if (!encoder) {
-		blog(LOG_WARNING, "[%s] Failed to create video encoder candidate: %s", kLogTag, id);
+		log_warning("Failed to create video encoder candidate: %s", id);
 		return false;
 	}
 	obs_encoder_set_video(encoder, canvas_->video());
@@ -213,7 +206,7 @@ bool VerticalOutput::create_audio_encoders()
 	for (size_t i = 0; i < kAudioTrackCount; i++) {
 		OBSDataAutoRelease settings = obs_data_create();
 		if (!settings) {
-			blog(LOG_ERROR, "[%s] Failed to create audio settings for track %zu", kLogTag, i);
+			log_error("Failed to create audio settings for track %zu", i);
 			return false;
 		}
 		obs_data_set_int(settings, "bitrate", 160);
@@ -221,7 +214,7 @@ bool VerticalOutput::create_audio_encoders()
 		OBSEncoderAutoRelease encoder =
 			obs_audio_encoder_create("ffmpeg_aac", name.c_str(), settings, i, nullptr);
 		if (!encoder) {
-			blog(LOG_ERROR, "[%s] Failed to create ffmpeg_aac encoder for track %zu", kLogTag, i);
+			log_error("Failed to create ffmpeg_aac encoder for track %zu", i);
 			for (OBSEncoderAutoRelease &made : audio_encoders_)
 				made = nullptr;
 			audio_encoder_count_ = 0;
@@ -231,7 +224,7 @@ bool VerticalOutput::create_audio_encoders()
 		audio_encoders_[i] = std::move(encoder);
 		audio_encoder_count_++;
 	}
-	blog(LOG_INFO, "[%s] Created %zu audio encoders for output tracks 0..%zu", kLogTag, audio_encoder_count_,
+	log_debug("Created %zu audio encoders for output tracks 0..%zu", audio_encoder_count_,
 	     audio_encoder_count_ - 1);
 	return true;
 }
@@ -249,7 +242,7 @@ bool VerticalOutput::create_output()
 	OBSOutputAutoRelease output =
 		obs_output_create(kMuxOutputId, make_unique_name("cv_mux_output").c_str(), settings, nullptr);
 	if (!output) {
-		blog(LOG_ERROR, "[%s] obs_output_create(%s) failed", kLogTag, kMuxOutputId);
+		log_error("obs_output_create(%s) failed", kMuxOutputId);
 		return false;
 	}
 	obs_output_set_video_encoder(output, video_encoder_);
@@ -258,8 +251,8 @@ bool VerticalOutput::create_output()
 			obs_output_set_audio_encoder(output, audio_encoders_[i], i);
 	}
 	output_ = std::move(output);
-	stop_signal_.Connect(obs_output_get_signal_handler(output_), "stop", on_output_stop, output_.Get());
-	blog(LOG_INFO, "[%s] Output created with %zu attached audio tracks", kLogTag, audio_encoder_count_);
+	stop_signal_.Connect(obs_output_get_signal_handler(output_), "stop", on_output_stop, this);
+	log_debug("Output created with %zu attached audio tracks", audio_encoder_count_);
 	return true;
 }
 
@@ -278,15 +271,17 @@ void VerticalOutput::release_all()
 	active_encoder_.clear();
 }
 
-// Runs on whichever thread libobs emits "stop" from; touches nothing of the object.
+// Runs on whichever thread libobs emits "stop" from. The handler and the output are set
+// before the output can stop, and the connection goes before either does.
 void VerticalOutput::on_output_stop(void *data, calldata_t *calldata)
 {
+	auto *self = static_cast<VerticalOutput *>(data);
 	long long code = 0;
 	calldata_get_int(calldata, "code", &code);
-	if (code != OBS_OUTPUT_ERROR && code != OBS_OUTPUT_ENCODE_ERROR)
+	if ((code != OBS_OUTPUT_ERROR && code != OBS_OUTPUT_ENCODE_ERROR) || !self->on_error_)
 		return;
-	const char *error = obs_output_get_last_error(static_cast<obs_output_t *>(data));
-	post_stream_error_box(error && *error ? error : kDefaultStopMessage);
+	const char *error = obs_output_get_last_error(static_cast<obs_output_t *>(calldata_ptr(calldata, "output")));
+	self->on_error_(error && *error ? error : kDefaultStopMessage);
 }
 
 } // namespace cv

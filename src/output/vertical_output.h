@@ -1,12 +1,12 @@
 #pragma once
 
-#include "output_config.h"
+#include "base/settings.h"
 
 #include <obs.hpp>
 
 #include <array>
 #include <cstddef>
-#include <mutex>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -23,13 +23,17 @@ std::string make_unique_name(const char *base);
 // The encoder ids tried, in order, for a preferred encoder.
 const std::vector<const char *> &encoder_candidates(const std::string &preferred_encoder);
 
+// What a stream that stopped with an error has to say, in words for the user; called on
+// whichever thread the host reports the stop from.
+using StreamErrorHandler = std::function<void(const std::string &message)>;
+
 // The vertical stream: one video encoder on the canvas, six AAC encoders on the
 // host's audio tracks and one instance of the plug-in's own muxing output. Encoders
 // and output are made per start attempt, trying the encoder candidates in turn until
-// one of them gets the output running.
+// one of them gets the output running. The host's UI thread alone calls it.
 class VerticalOutput {
 public:
-	VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config);
+	VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config, StreamErrorHandler on_error = {});
 	~VerticalOutput();
 
 	VerticalOutput(const VerticalOutput &) = delete;
@@ -62,9 +66,9 @@ private:
 	size_t audio_encoder_count_ = 0;
 	OBSOutputAutoRelease output_;
 	OBSSignal stop_signal_;
+	StreamErrorHandler on_error_;
 	std::string active_encoder_;
 	bool initialised_ = false;
-	std::mutex mutex_;
 };
 
 } // namespace cv

@@ -42,9 +42,7 @@ SceneConfigDialog::SceneConfigDialog(const QString &sceneName, const QString &cu
 		if (!currentSource.isEmpty() && name == currentSource)
 			sourceList->setCurrentItem(item);
 	}
-	for (size_t i = 0; i < scenes.sources.num; i++)
-		obs_source_release(scenes.sources.array[i]);
-	bfree(scenes.sources.array);
+	obs_frontend_source_list_free(&scenes);
 
 	connect(sourceList, &QListWidget::itemDoubleClicked, this, &SceneConfigDialog::onItemDoubleClicked);
 

@@ -1,10 +1,5 @@
 #include "settings_dialog.h"
 
-#include "core/settings_store.h"
-#include "output/output_config.h"
-
-#include <obs-frontend-api.h>
-
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -50,7 +45,10 @@ int clamp_to_int(uint32_t value)
 
 } // namespace
 
-SettingsDialog::SettingsDialog(QWidget *parent) : QDialog(parent)
+SettingsDialog::SettingsDialog(const PluginConfig &current, SaveFunction saveSettings, QWidget *parent)
+	: QDialog(parent),
+	  settings(current),
+	  save(std::move(saveSettings))
 {
 	setWindowTitle(QString::fromUtf8("Vertical Canvas \u2014 Settings"));
 	setMinimumWidth(440);
@@ -108,7 +106,7 @@ void SettingsDialog::build()
 	fpsRow->addWidget(fpsDenSpin);
 	canvas->addRow("FPS (num / den):", fpsRow);
 	auto *canvasNote = new QLabel(
-		"<small><i>Canvas size and FPS changes take effect after restarting the vertical output.</i></small>",
+		"<small><i>Canvas size and FPS changes take effect when OBS starts or the profile is switched.</i></small>",
 		this);
 	canvasNote->setWordWrap(true);
 	canvas->addRow(canvasNote);
@@ -118,7 +116,8 @@ void SettingsDialog::build()
 	behaviour->addRow(autoStartCheck);
 	sceneAudioCheck = new QCheckBox("Use audio from active vertical scene", this);
 	behaviour->addRow(sceneAudioCheck);
-	auto *audioNote = new QLabel("Audio source changes take effect after restarting the vertical output.", this);
+	auto *audioNote =
+		new QLabel("Audio source changes take effect when OBS starts or the profile is switched.", this);
 	audioNote->setWordWrap(true);
 	behaviour->addRow(audioNote);
 
@@ -143,17 +142,17 @@ void SettingsDialog::build()
 
 void SettingsDialog::load()
 {
-	urlEdit->setText(QString::fromUtf8(rtmpurl()));
-	keyEdit->setText(QString::fromUtf8(streamkey()));
-	bitrateSpin->setValue(clamp_to_int(videobitrate()));
-	widthSpin->setValue(clamp_to_int(canvaswidth()));
-	heightSpin->setValue(clamp_to_int(canvasheight()));
-	fpsNumSpin->setValue(clamp_to_int(fpsnum()));
-	fpsDenSpin->setValue(clamp_to_int(fpsden()));
-	autoStartCheck->setChecked(autostartwithmain());
-	sceneAudioCheck->setChecked(useactivesceneaudio());
-	const int preset =
-		presetCombo->findText(QString::fromUtf8(encoderpreset()), Qt::MatchExactly | Qt::MatchCaseSensitive);
+	urlEdit->setText(QString::fromStdString(settings.rtmpurl));
+	keyEdit->setText(QString::fromStdString(settings.streamkey));
+	bitrateSpin->setValue(clamp_to_int(settings.videobitrate));
+	widthSpin->setValue(clamp_to_int(settings.canvaswidth));
+	heightSpin->setValue(clamp_to_int(settings.canvasheight));
+	fpsNumSpin->setValue(clamp_to_int(settings.fpsnum));
+	fpsDenSpin->setValue(clamp_to_int(settings.fpsden));
+	autoStartCheck->setChecked(settings.autostartwithmain);
+	sceneAudioCheck->setChecked(settings.useactivesceneaudio);
+	const int preset = presetCombo->findText(QString::fromStdString(settings.encoderpreset),
+						 Qt::MatchExactly | Qt::MatchCaseSensitive);
 	presetCombo->setCurrentIndex(preset >= 0 ? preset : kFallbackPresetIndex);
 }
 
@@ -171,27 +170,19 @@ void SettingsDialog::on_save_clicked()
 		return;
 	}
 	// Stored as typed: only the emptiness test trims.
-	set_rtmpurl(urlEdit->text().toUtf8().constData());
-	set_streamkey(keyEdit->text().toUtf8().constData());
-	set_videobitrate(uint32_t(bitrateSpin->value()));
-	set_canvaswidth(uint32_t(widthSpin->value()));
-	set_canvasheight(uint32_t(heightSpin->value()));
-	set_fpsnum(uint32_t(fpsNumSpin->value()));
-	set_fpsden(uint32_t(fpsDenSpin->value()));
-	set_autostartwithmain(autoStartCheck->isChecked());
-	set_encoderpreset(presetCombo->currentText().toUtf8().constData());
-	set_useactivesceneaudio(sceneAudioCheck->isChecked());
-	save_profile_config();
+	settings.rtmpurl = urlEdit->text().toStdString();
+	settings.streamkey = keyEdit->text().toStdString();
+	settings.videobitrate = uint32_t(bitrateSpin->value());
+	settings.canvaswidth = uint32_t(widthSpin->value());
+	settings.canvasheight = uint32_t(heightSpin->value());
+	settings.fpsnum = uint32_t(fpsNumSpin->value());
+	settings.fpsden = uint32_t(fpsDenSpin->value());
+	settings.autostartwithmain = autoStartCheck->isChecked();
+	settings.encoderpreset = presetCombo->currentText().toStdString();
+	settings.useactivesceneaudio = sceneAudioCheck->isChecked();
+	if (save)
+		save(settings);
 	accept();
-}
-
-void open_settings_dialog(QWidget *parent)
-{
-	if (!parent)
-		parent = static_cast<QWidget *>(obs_frontend_get_main_window());
-	auto *dialog = new SettingsDialog(parent);
-	dialog->setAttribute(Qt::WA_DeleteOnClose);
-	dialog->exec();
 }
 
 } // namespace cv

@@ -1,6 +1,10 @@
 #pragma once
 
+#include "base/settings.h"
+
 #include <QDialog>
+
+#include <functional>
 
 class QCheckBox;
 class QComboBox;
@@ -11,13 +15,15 @@ class QSpinBox;
 namespace cv {
 
 // The per-profile settings form: stream address and key, encoding, canvas size and
-// frame rate, behaviour switches. Reads the profile's settings once when built and
-// writes them once on Save.
+// frame rate, behaviour switches. Shows the settings it is given and hands the edited
+// ones to `save` on Save.
 class SettingsDialog : public QDialog {
 	Q_OBJECT
 
 public:
-	explicit SettingsDialog(QWidget *parent = nullptr);
+	using SaveFunction = std::function<void(const PluginConfig &)>;
+
+	SettingsDialog(const PluginConfig &settings, SaveFunction save, QWidget *parent = nullptr);
 
 private slots:
 	void on_save_clicked();
@@ -27,6 +33,8 @@ private:
 	void build();
 	void load();
 
+	PluginConfig settings;
+	SaveFunction save;
 	QLineEdit *urlEdit = nullptr;
 	QLineEdit *keyEdit = nullptr;
 	QPushButton *keyToggle = nullptr;
@@ -39,9 +47,5 @@ private:
 	QCheckBox *sceneAudioCheck = nullptr;
 	QComboBox *presetCombo = nullptr;
 };
-
-// The Tools menu action: runs the dialog modally over `parent` (the host's main window
-// when null); it deletes itself when closed.
-void open_settings_dialog(QWidget *parent = nullptr);
 
 } // namespace cv

@@ -1,6 +1,6 @@
 #include "stream_error_box.h"
 
-#include "core/plugin_log.h"
+#include "base/log.h"
 
 #include <obs-module.h>
 
@@ -11,13 +11,13 @@
 
 namespace cv {
 
-const char *const kStreamErrorTitle = "Vertical Canvas \xC3\xA2\xE2\x82\xAC\xE2\x80\x9D Stream Error";
+const char *const kStreamErrorTitle = "Vertical Canvas — Stream Error";
 
 void post_stream_error_box(const std::string &message)
 {
 	QCoreApplication *app = QCoreApplication::instance();
 	if (!app) {
-		blog(LOG_ERROR, "[%s] Vertical stream error: %s", kLogTag, message.c_str());
+		log_error("Vertical stream error: %s", message.c_str());
 		return;
 	}
 	const QString text = QString::fromUtf8(message.c_str());

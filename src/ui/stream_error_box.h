@@ -4,8 +4,7 @@
 
 namespace cv {
 
-// Title of the box that reports a vertical stream that stopped with an error. The
-// three characters after "Canvas " stand where a dash was meant; they are kept so.
+// Title of the box that reports a vertical stream that stopped with an error.
 extern const char *const kStreamErrorTitle;
 
 // Shows the message in a critical box on the UI thread, later, from any thread; the

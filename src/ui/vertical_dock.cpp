@@ -4,10 +4,9 @@
 #include "vertical_preview.h"
 
 #include "canvas/vertical_canvas.h"
-#include "core/scene_list_store.h"
 #include "output/vertical_output.h"
 
-#include <obs-module.h>
+#include "base/log.h"
 
 #include <QFont>
 #include <QGridLayout>
@@ -225,11 +224,12 @@ void VerticalDock::onAddScene()
 	const QString typed =
 		QInputDialog::getText(this, "Add Scene", "Scene name:", QLineEdit::Normal, QString(), &ok);
 	const QString name = typed.trimmed();
-	if (!ok || name.isEmpty())
+	// The canvas may have gone while the dialog was open (a profile switch).
+	if (!ok || name.isEmpty() || !canvas)
 		return;
 	if (canvas->create_scene(utf8(name))) {
 		refreshSceneList();
-		save_scene_list_locked();
+		emit scenesChanged();
 	} else {
 		QMessageBox::warning(this, "Add Scene", exists_message(typed), QMessageBox::Ok);
 	}
@@ -243,11 +243,11 @@ void VerticalDock::onRemoveScene()
 	const auto answer = QMessageBox::question(this, "Remove Scene",
 						  "Remove scene \"" + name + "\"? This cannot be undone.",
 						  QMessageBox::Yes | QMessageBox::Cancel);
-	if (answer != QMessageBox::Yes)
+	if (answer != QMessageBox::Yes || !canvas)
 		return;
 	canvas->remove_scene(utf8(name));
 	refreshSceneList();
-	save_scene_list_locked();
+	emit scenesChanged();
 }
 
 void VerticalDock::onRenameScene()
@@ -258,11 +258,11 @@ void VerticalDock::onRenameScene()
 	bool ok = false;
 	const QString typed = QInputDialog::getText(this, "Rename Scene", "New name:", QLineEdit::Normal, oldName, &ok);
 	const QString newName = typed.trimmed();
-	if (!ok || newName.isEmpty() || newName == oldName)
+	if (!ok || newName.isEmpty() || newName == oldName || !canvas)
 		return;
 	if (canvas->rename_scene(utf8(oldName), utf8(newName))) {
 		refreshSceneList();
-		save_scene_list_locked();
+		emit scenesChanged();
 	} else {
 		QMessageBox::warning(this, "Rename Scene", exists_message(typed), QMessageBox::Ok);
 	}
@@ -280,11 +280,11 @@ void VerticalDock::onConfigureScene()
 	}
 	const QString current = from_utf8(canvas->scene_source_name(utf8(name)));
 	SceneConfigDialog dialog(name, current, this);
-	if (dialog.exec() != QDialog::Accepted)
+	if (dialog.exec() != QDialog::Accepted || !canvas)
 		return;
 	canvas->assign_scene_source(utf8(name), utf8(dialog.selectedSource()));
 	refreshSceneList();
-	save_scene_list_locked();
+	emit scenesChanged();
 }
 
 void VerticalDock::onStartClicked()
@@ -292,7 +292,7 @@ void VerticalDock::onStartClicked()
 	if (!output)
 		return;
 	if (!output->start())
-		blog(LOG_WARNING, "[corvane] Dock: failed to start vertical output");
+		log_warning("Dock: failed to start vertical output");
 	onStatusTick();
 }
 

@@ -18,6 +18,8 @@ class VerticalPreviewWidget;
 // The panel in the host's main window: live preview, the vertical scenes with their
 // buttons, Start and Stop for the vertical stream and its status. It keeps no model of
 // its own: lists are read back from the canvas, actions go to the canvas or the output.
+// The canvas and the output may be replaced or taken away at any time, also while one
+// of its dialogs is open.
 class VerticalDock : public QWidget {
 	Q_OBJECT
 
@@ -38,6 +40,10 @@ public slots:
 	void onStartClicked();
 	void onStopClicked();
 	void onStatusTick();
+
+signals:
+	// The user changed the scene list; it should be saved.
+	void scenesChanged();
 
 private:
 	QString currentSceneName() const;

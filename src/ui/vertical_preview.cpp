@@ -1,8 +1,7 @@
 #include "vertical_preview.h"
 
-#include "preview_viewport.h"
-
-#include "canvas/cover_placement.h"
+#include "base/log.h"
+#include "base/placement.h"
 #include "canvas/vertical_canvas.h"
 
 #include <graphics/graphics.h>
@@ -41,14 +40,12 @@ VerticalPreviewWidget::~VerticalPreviewWidget()
 
 void VerticalPreviewWidget::setCanvas(VerticalCanvas *newCanvas)
 {
-	std::lock_guard lock(canvasMutex);
+	// Taking the callback off waits for a frame being drawn with it.
+	if (display)
+		obs_display_remove_draw_callback(display, draw, this);
 	canvas = newCanvas;
-}
-
-VerticalCanvas *VerticalPreviewWidget::currentCanvas() const
-{
-	std::lock_guard lock(canvasMutex);
-	return canvas;
+	if (display)
+		obs_display_add_draw_callback(display, draw, this);
 }
 
 QSize VerticalPreviewWidget::minimumSizeHint() const
@@ -68,7 +65,7 @@ void VerticalPreviewWidget::showEvent(QShowEvent *event)
 	if (display)
 		return;
 	if (!window) {
-		blog(LOG_WARNING, "[corvane] VerticalPreviewWidget: HWND not ready, skipping display create");
+		log_warning("VerticalPreviewWidget: HWND not ready, skipping display create");
 		return;
 	}
 
@@ -80,7 +77,7 @@ void VerticalPreviewWidget::showEvent(QShowEvent *event)
 	// The X window, on the display connection libobs already draws with. A Wayland
 	// surface is only reachable through Qt's private API, so there is no preview there.
 	if (obs_get_nix_platform() != OBS_NIX_PLATFORM_X11_EGL) {
-		blog(LOG_WARNING, "[corvane] VerticalPreviewWidget: preview needs X11, skipping display create");
+		log_warning("VerticalPreviewWidget: preview needs X11, skipping display create");
 		return;
 	}
 	init.window.id = uint32_t(window);
@@ -88,11 +85,11 @@ void VerticalPreviewWidget::showEvent(QShowEvent *event)
 
 	display = obs_display_create(&init, kBackground);
 	if (!display) {
-		blog(LOG_ERROR, "[corvane] VerticalPreviewWidget: obs_display_create failed");
+		log_error("VerticalPreviewWidget: obs_display_create failed");
 		return;
 	}
 	obs_display_add_draw_callback(display, draw, this);
-	blog(LOG_INFO, "[corvane] VerticalPreviewWidget: display created (%ux%u)", init.cx, init.cy);
+	log_debug("VerticalPreviewWidget: display created (%ux%u)", init.cx, init.cy);
 }
 
 void VerticalPreviewWidget::hideEvent(QHideEvent *event)
@@ -108,50 +105,33 @@ void VerticalPreviewWidget::destroyDisplay()
 	obs_display_remove_draw_callback(display, draw, this);
 	obs_display_destroy(display);
 	display = nullptr;
-	blog(LOG_INFO, "[corvane] VerticalPreviewWidget: display destroyed");
+	log_debug("VerticalPreviewWidget: display destroyed");
 }
 
 void VerticalPreviewWidget::resizeEvent(QResizeEvent *event)
 {
 	QWidget::resizeEvent(event);
-	const int limit = preview_width_limit(height());
-	setMaximumWidth(width() > limit ? limit : QWIDGETSIZE_MAX);
+	// Held to 9:16 of the height at every size. (Lifting the limit once the width is
+	// within it lets the layout widen the preview again, and the two then take turns.)
+	setMaximumWidth(std::max(preview_width_limit(height()), minimumWidth()));
 	if (display)
 		obs_display_resize(display, uint32_t(std::max(width(), 1)), uint32_t(std::max(height(), 1)));
 }
 
-// Graphics thread. Removing this callback before the display goes away keeps a
-// teardown from racing a frame; the widget's own lock keeps a runtime that is being
-// replaced from going away under one.
+// Graphics thread. The callback is taken off before the canvas changes or the display
+// goes, so the canvas and its view stay while a frame is drawn.
 void VerticalPreviewWidget::draw(void *param, uint32_t cx, uint32_t cy)
 {
 	auto *self = static_cast<VerticalPreviewWidget *>(param);
-	std::lock_guard lock(self->canvasMutex);
 	VerticalCanvas *canvas = self->canvas;
-	if (!canvas)
+	if (!canvas || !canvas->view())
 		return;
-	const uint32_t canvas_width = canvas->width();
-	const uint32_t canvas_height = canvas->height();
-	const OBSSource source = canvas->active_source();
-	if (!canvas_width || !canvas_height || !source)
-		return;
-	const uint32_t source_width = obs_source_get_width(source);
-	const uint32_t source_height = obs_source_get_height(source);
-	if (!source_width || !source_height)
-		return;
-
-	const PreviewViewport viewport = preview_viewport(cx, cy, canvas_width, canvas_height);
-	const CoverPlacement cover = cover_placement(canvas_width, canvas_height, source_width, source_height);
-
+	const PreviewViewport viewport = preview_viewport(cx, cy, canvas->width(), canvas->height());
 	gs_viewport_push();
 	gs_projection_push();
 	gs_set_viewport(int(viewport.x), int(viewport.y), int(viewport.width), int(viewport.height));
-	gs_ortho(0.0f, float(canvas_width), 0.0f, float(canvas_height), -100.0f, 100.0f);
-	gs_matrix_push();
-	gs_matrix_translate3f(cover.x, cover.y, 0.0f);
-	gs_matrix_scale3f(cover.scale, cover.scale, 1.0f);
-	obs_source_video_render(source);
-	gs_matrix_pop();
+	gs_ortho(0.0f, float(canvas->width()), 0.0f, float(canvas->height()), -100.0f, 100.0f);
+	obs_view_render(canvas->view());
 	gs_projection_pop();
 	gs_viewport_pop();
 }

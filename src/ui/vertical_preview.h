@@ -4,15 +4,13 @@
 
 #include <QWidget>
 
-#include <mutex>
-
 namespace cv {
 
 class VerticalCanvas;
 
 // The live picture of the vertical canvas. Qt never paints it: its native window is
-// handed to libobs as a display, and libobs draws the active vertical scene's host
-// scene into it on the graphics thread, covering the canvas area.
+// handed to libobs as a display, and libobs draws the canvas's own view into it on the
+// graphics thread, letterboxed: what is shown is what is streamed.
 class VerticalPreviewWidget : public QWidget {
 	Q_OBJECT
 
@@ -23,7 +21,7 @@ public:
 	// Waits for a frame being drawn from the old canvas, so the caller may delete that
 	// canvas once this returns.
 	void setCanvas(VerticalCanvas *newCanvas);
-	VerticalCanvas *currentCanvas() const;
+	VerticalCanvas *currentCanvas() const { return canvas; }
 	obs_display_t *currentDisplay() const { return display; }
 
 	QSize minimumSizeHint() const override;
@@ -38,10 +36,9 @@ private:
 	static void draw(void *param, uint32_t cx, uint32_t cy);
 	void destroyDisplay();
 
+	// Read by the draw callback; changed only while it is not registered.
 	VerticalCanvas *canvas = nullptr;
 	obs_display_t *display = nullptr;
-	// Held by the draw callback for a whole frame and by setCanvas while it swaps.
-	mutable std::mutex canvasMutex;
 };
 
 } // namespace cv

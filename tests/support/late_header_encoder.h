@@ -1,6 +1,6 @@
 #pragma once
 
-// An AAC encoder (FFmpeg's own) whose codec header is reported only after it has
+// An AAC encoder (silence, encoded by FFmpeg) whose codec header is reported only after it has
 // produced a number of packets: the situation in which the output has to hold the
 // first packets until it can open.
 namespace cvtest {

@@ -1,22 +1,29 @@
+// The front end's events reaching the plug-in: the vertical stream follows the main one,
+// the dock is made once and placed as the user left it, a profile switch rebuilds
+// everything (or says why it could not).
+
 #include "ui_test.h"
 
-#include "log_capture.h"
-#include "stream_servers.h"
+#include "pipeline.h"
+#include "servers.h"
 
-#include "core/dock_registry.h"
-#include "core/frontend_events.h"
+#include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
+#include "plugin/dock_placement.h"
 #include "ui/vertical_dock.h"
+#include "wait.h"
 
 #include <QDockWidget>
-#include <QMainWindow>
-
-using cvtest::log_count;
+#include <QListWidget>
+#include <QMessageBox>
 
 namespace {
 
-// Events delivered the way the host delivers them, through the callback the module adds.
-class FrontendEventsTest : public FrontendTest {};
+class FrontendEventsTest : public PluginUiTest {
+protected:
+	bool vertical_active() const { return plugin_->output() && plugin_->output()->is_active(); }
+	QDockWidget *host_dock() const { return window_->findChild<QDockWidget *>(cv::kDockId); }
+};
 
 } // namespace
 
@@ -25,80 +32,84 @@ TEST_F(FrontendEventsTest, TheVerticalStreamFollowsTheMainStream)
 	cvtest::RtmpServer server;
 	std::string error;
 	ASSERT_TRUE(server.start(&error)) << error;
-	open_settings("rtmpurl=" + server.app_url() + "\nstreamkey=follow\ncanvaswidth=360\ncanvasheight=640\n");
-	ASSERT_TRUE(create_runtime());
-
-	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	EXPECT_EQ(log_count("Main stream starting — auto-starting vertical output"), 1u);
-	ASSERT_TRUE(cv::runtime_output()->is_active());
-	// Already running: nothing more.
-	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	EXPECT_EQ(log_count("auto-starting"), 1u);
-
-	fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-	EXPECT_EQ(log_count("Main stream stopped — stopping vertical output"), 1u);
-	// The host ends the output's data capture on a thread of its own.
-	for (int i = 0; i < 250 && cv::runtime_output()->is_active(); i++)
-		cvtest::process_events_for(20);
-	EXPECT_FALSE(cv::runtime_output()->is_active());
-	fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-	EXPECT_EQ(log_count("Main stream stopped"), 1u);
+	const std::string profile = "rtmpurl=" + server.app_url() + "\ncanvaswidth=360\ncanvasheight=640\n";
+	for (const bool autostart : {true, false}) {
+		SCOPED_TRACE(autostart ? "auto-start" : "no auto-start");
+		if (plugin_)
+			plugin_->unload();
+		load(profile + (autostart ? "streamkey=auto\n" : "streamkey=manual\nautostartwithmain=false\n"));
+		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+		EXPECT_EQ(vertical_active(), autostart);
+		if (!autostart)
+			plugin_->output()->start(); // from the dock
+		ASSERT_TRUE(cvtest::wait_mux_connected(20000));
+		fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
+		EXPECT_TRUE(cvtest::wait_until([&] { return !vertical_active(); }, 5000));
+	}
+	server.stop();
+	EXPECT_EQ(server.recordings("auto").size(), 1u);
+	EXPECT_EQ(server.recordings("manual").size(), 1u);
 }
 
-TEST_F(FrontendEventsTest, WithoutAProfileFileTheMainStreamStillStartsTheVerticalOne)
-{
-	// No profile file: the fallbacks say auto-start, and an empty URL refuses the start.
-	cvtest::frontend::set_profile_dir("");
-	ASSERT_TRUE(create_runtime());
-	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-	EXPECT_EQ(log_count("Main stream starting — auto-starting vertical output"), 1u);
-	EXPECT_EQ(log_count("Vertical output start failed: RTMP URL is empty."), 1u);
-}
-
+// The host raises an event from inside the dock's registration: it is dropped rather
+// than handled inside the one being handled.
 TEST_F(FrontendEventsTest, AnEventRaisedWhileOneIsHandledIsDropped)
 {
-	open_settings("rtmpurl=rtmp://127.0.0.1:1/live\ncanvaswidth=360\ncanvasheight=640\n");
-	ASSERT_TRUE(create_runtime());
-	// The host raises "streaming starting" from inside the dock registration.
 	cvtest::frontend::on_next_add_dock([] { fire(OBS_FRONTEND_EVENT_STREAMING_STARTING); });
+	load("rtmpurl=rtmp://127.0.0.1:1/live\nstreamkey=k\ncanvaswidth=360\ncanvasheight=640\n");
+	EXPECT_FALSE(vertical_active());
+	// A second "finished loading" makes no second dock.
 	fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-	EXPECT_EQ(log_count("Vertical Canvas dock registered"), 1u);
-	EXPECT_EQ(log_count("auto-starting"), 0u);
-	EXPECT_FALSE(cv::runtime_output()->is_active());
-
-	// The first start of all: the dock floats, shown, around the plug-in's panel.
-	auto *dock = window_->findChild<QDockWidget *>(cv::kDockId);
-	ASSERT_NE(dock, nullptr);
-	EXPECT_TRUE(dock->isFloating());
-	EXPECT_FALSE(dock->isHidden());
-	EXPECT_EQ(dock->widget(), static_cast<QWidget *>(cv::current_dock()));
-
-	// A second finished-loading only attaches the runtime again.
-	fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-	EXPECT_EQ(log_count("Vertical Canvas dock registered"), 1u);
 	EXPECT_EQ(window_->findChildren<QDockWidget *>().size(), 1);
+	EXPECT_EQ(host_dock()->widget(), static_cast<QWidget *>(plugin_->dock()));
 }
 
-TEST_F(FrontendEventsTest, TheDockComesBackDockedAndHiddenAsLeft)
+// The first start of all floats the dock, shown; later starts place it as recorded at
+// the last exit.
+TEST_F(FrontendEventsTest, TheDockComesBackAsTheUserLeftIt)
 {
-	write_file(global_config_file(),
-		   "[VerticalCanvas]\ndockvisible=false\ndockfloating=false\ndockarea=1\ndockgeometry=\n");
-	open_settings("canvaswidth=360\ncanvasheight=640\n");
-	ASSERT_TRUE(create_runtime());
-	fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-	auto *dock = window_->findChild<QDockWidget *>(cv::kDockId);
-	ASSERT_NE(dock, nullptr);
-	EXPECT_FALSE(dock->isFloating());
-	EXPECT_TRUE(dock->isHidden());
-	EXPECT_EQ(window_->dockWidgetArea(dock), Qt::LeftDockWidgetArea);
-
-	// Recorded at exit as it is now.
+	load("canvaswidth=360\ncanvasheight=640\n");
+	ASSERT_NE(host_dock(), nullptr);
+	EXPECT_TRUE(host_dock()->isFloating());
+	EXPECT_FALSE(host_dock()->isHidden());
 	window_->show();
-	dock->setVisible(true);
+	window_->addDockWidget(Qt::LeftDockWidgetArea, host_dock());
+	host_dock()->setFloating(false);
+	host_dock()->hide();
 	fire(OBS_FRONTEND_EVENT_EXIT);
-	EXPECT_EQ(log_count("Dock state saved (floating=no, visible=yes)"), 1u);
-	config_t *global = cv::global_config();
-	EXPECT_EQ(config_get_int(global, "VerticalCanvas", "dockarea"), 1);
-	EXPECT_FALSE(config_get_bool(global, "VerticalCanvas", "dockfloating"));
-	EXPECT_TRUE(config_get_bool(global, "VerticalCanvas", "dockvisible"));
+	plugin_->unload();
+	plugin_.reset();
+	delete host_dock();
+
+	load("canvaswidth=360\ncanvasheight=640\n");
+	ASSERT_NE(host_dock(), nullptr);
+	EXPECT_FALSE(host_dock()->isFloating());
+	EXPECT_TRUE(host_dock()->isHidden());
+	EXPECT_EQ(window_->dockWidgetArea(host_dock()), Qt::LeftDockWidgetArea);
+}
+
+// A profile whose canvas cannot be built leaves no runtime and says so in a box; the
+// next good profile brings everything back with the same scenes.
+TEST_F(FrontendEventsTest, AProfileSwitchRebuildsTheRuntime)
+{
+	load("canvaswidth=360\ncanvasheight=640\n");
+	ASSERT_TRUE(plugin_->canvas()->create_scene("Talk"));
+	cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvasheight=-640\n");
+	{
+		cvtest::ModalAnswerer answerer(cvtest::press_button(QMessageBox::Ok));
+		fire(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+		cvtest::process_events_for(300);
+		EXPECT_EQ(answerer.answered(), 1);
+		EXPECT_TRUE(answerer.last_text().startsWith("Failed to rebuild the vertical canvas"));
+	}
+	EXPECT_EQ(plugin_->canvas(), nullptr);
+	EXPECT_EQ(plugin_->output(), nullptr);
+	fire(OBS_FRONTEND_EVENT_STREAMING_STARTING); // nothing to start, nothing to crash
+
+	cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvaswidth=270\ncanvasheight=480\n");
+	fire(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+	ASSERT_NE(plugin_->canvas(), nullptr);
+	EXPECT_EQ(plugin_->canvas()->width(), 270u);
+	EXPECT_EQ(plugin_->canvas()->scene_names(), (std::vector<std::string>{"Scene 1", "Talk"}));
+	EXPECT_EQ(plugin_->dock()->findChild<QListWidget *>("sceneList")->count(), 2);
 }

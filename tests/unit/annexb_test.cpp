@@ -1,4 +1,4 @@
-#include "mux/annexb.h"
+#include "stream/annexb.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "mux/send_queue.h"
+#include "stream/send_queue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "mux/stream_url.h"
-#include "mux/write_errors.h"
+#include "stream/stream_url.h"
+#include "stream/write_errors.h"
 
 #include <gtest/gtest.h>
 

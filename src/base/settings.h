@@ -1,0 +1,76 @@
+#pragma once
+
+// The plug-in's settings as plain records: what the settings files hold, and what the
+// canvas and the output are built from.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cv {
+
+// Per-profile settings. The member initialisers are the defaults.
+struct PluginConfig {
+	std::string rtmpurl;
+	std::string streamkey;
+	uint32_t videobitrate = 4000;
+	uint32_t canvaswidth = 1080;
+	uint32_t canvasheight = 1920;
+	uint32_t fpsnum = 30;
+	uint32_t fpsden = 1;
+	bool autostartwithmain = true;
+	std::string encoderpreset = "veryfast";
+	bool useactivesceneaudio = true;
+};
+
+// Placement of the dock in the host's main window, kept for all profiles. `visible`
+// and `floating` are unset until a placement was recorded: the dock then floats, shown.
+struct DockState {
+	std::optional<bool> visible;
+	std::optional<bool> floating;
+	int64_t area = 2;     // Qt::DockWidgetArea when docked
+	std::string geometry; // base64
+};
+
+// The vertical scenes, kept for all profiles: names (UTF-8, compared byte for byte),
+// each with the name of the host scene it shows (empty for none), and the active one.
+struct SceneEntry {
+	std::string name;
+	std::string source;
+};
+
+struct SceneList {
+	std::vector<SceneEntry> scenes;
+	std::string active;
+};
+
+// What the vertical canvas is built from.
+struct CanvasConfig {
+	uint32_t width = 1080;
+	uint32_t height = 1920;
+	uint32_t fps_num = 30;
+	uint32_t fps_den = 1;
+	bool use_active_scene_audio = true;
+};
+
+// The video bitrates offered, in kbit/s.
+inline constexpr uint32_t kMinVideoKbps = 500;
+inline constexpr uint32_t kMaxVideoKbps = 51000;
+
+// What the vertical output is built from.
+struct OutputConfig {
+	std::string url;
+	std::string key;
+	uint32_t bitrate_kbps = 4000;
+	std::string encoder_preset = "veryfast";
+	std::string preferred_encoder = "auto";
+};
+
+CanvasConfig canvas_config(const PluginConfig &config);
+// A bitrate outside the offered range (a hand-edited file) is brought into it, with a
+// warning: some of the host's encoders refuse to start without one. The encoder is
+// always chosen by the fallback order ("auto").
+OutputConfig output_config(const PluginConfig &config);
+
+} // namespace cv

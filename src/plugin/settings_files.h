@@ -1,0 +1,45 @@
+#pragma once
+
+// The plug-in's two settings files, read and written as whole records: the global file
+// in the module's config folder ("settings-global.ini": the dock's placement and the
+// vertical scene list, for all profiles) and the current profile's file
+// ("corvane-vertical-canvas.ini": stream and canvas). Both stay open while the plug-in is
+// loaded; the profile's is opened again at every profile switch. A file that cannot be
+// opened leaves the defaults.
+
+#include "base/settings.h"
+
+#include <util/util.hpp>
+
+namespace cv {
+
+inline constexpr const char *kGlobalConfigFile = "settings-global.ini";
+inline constexpr const char *kProfileConfigFile = "corvane-vertical-canvas.ini";
+
+class SettingsFiles {
+public:
+	void open_global();
+	void open_profile();
+
+	PluginConfig profile() const;
+	// Written into the profile's file, which is saved.
+	void set_profile(const PluginConfig &config);
+
+	DockState dock() const { return dock_; }
+	// Written into the global file, saved with the next save.
+	void set_dock(const DockState &state);
+
+	SceneList scenes() const;
+	// Written into the global file, which is saved.
+	void set_scenes(const SceneList &list);
+
+	// Saves both files (logging what fails).
+	void save();
+
+private:
+	ConfigFile global_;
+	ConfigFile profile_;
+	DockState dock_;
+};
+
+} // namespace cv

@@ -1,0 +1,150 @@
+// The plug-in object with real libobs and real settings files: what it reads, builds,
+// refuses, restores and saves.
+
+#include "frontend.h"
+#include "host.h"
+#include "process.h"
+
+#include "canvas/vertical_canvas.h"
+#include "output/vertical_output.h"
+#include "plugin/plugin.h"
+
+#include <obs-module.h>
+
+#include <chrono>
+#include <filesystem>
+
+using Names = std::vector<std::string>;
+
+namespace {
+
+class PluginTest : public cvtest::HostTest {
+protected:
+	void TearDown() override
+	{
+		if (plugin)
+			plugin->unload();
+		plugin.reset();
+		HostTest::TearDown();
+	}
+
+	cv::Plugin &load(bool expect_loaded = true)
+	{
+		plugin = std::make_unique<cv::Plugin>();
+		EXPECT_EQ(plugin->load(), expect_loaded);
+		return *plugin;
+	}
+
+	// Loads with this global file, as the host does: the front end's "finished loading"
+	// then restores the scenes.
+	cv::VerticalCanvas &restored_from(const std::string &global)
+	{
+		if (plugin)
+			plugin->unload();
+		cvtest::write_file(global_file(), global);
+		load();
+		plugin->handle_event(OBS_FRONTEND_EVENT_FINISHED_LOADING);
+		return *plugin->canvas();
+	}
+
+	std::unique_ptr<cv::Plugin> plugin;
+};
+
+} // namespace
+
+TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
+{
+	EXPECT_STREQ(obs_module_name(), "Corvane Vertical Canvas");
+	// No profile folder known: the defaults.
+	cvtest::frontend::set_profile_dir("");
+	EXPECT_EQ(load().settings().canvasheight, 1920u);
+	plugin->unload();
+
+	cvtest::frontend::set_profile_dir(profile_dir() + "/nested/Main/");
+	cv::PluginConfig edited = load().settings();
+	edited.rtmpurl = " rtmp://ingest.example/app ";
+	edited.streamkey = "k\xE2\x82\xACy/with spaces";
+	edited.videobitrate = 6000;
+	edited.canvaswidth = 720;
+	edited.fpsnum = 60000;
+	edited.fpsden = 1001;
+	edited.autostartwithmain = false;
+	edited.encoderpreset = "medium";
+	plugin->save_settings(edited);
+	plugin->unload();
+	const cv::PluginConfig read = load().settings();
+	EXPECT_EQ(read.rtmpurl, edited.rtmpurl);
+	EXPECT_EQ(read.streamkey, edited.streamkey);
+	EXPECT_EQ(read.videobitrate, 6000u);
+	EXPECT_EQ(plugin->canvas()->width(), 720u) << "the canvas is built from the file";
+	EXPECT_EQ(read.fpsden, 1001u);
+	EXPECT_FALSE(read.autostartwithmain);
+	EXPECT_EQ(read.encoderpreset, "medium");
+	EXPECT_TRUE(std::filesystem::exists(global_file()));
+}
+
+// A hand-edited canvas refuses the plug-in at load (the host then runs without it) and
+// keeps the user's value for them to correct; a file that cannot be opened leaves the
+// defaults.
+TEST_F(PluginTest, UnusableFilesAreRefusedWithoutLoss)
+{
+	cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvaswidth=0\n");
+	load(false);
+	EXPECT_EQ(plugin->canvas(), nullptr);
+	plugin->unload();
+	EXPECT_NE(cvtest::read_file(profile_file()).find("canvaswidth=0"), std::string::npos);
+	std::filesystem::remove(profile_file());
+	std::filesystem::create_directories(profile_file());
+	EXPECT_EQ(load().settings().canvaswidth, 1080u);
+}
+
+TEST_F(PluginTest, SceneListIsSavedAndRestored)
+{
+	OBSSceneAutoRelease host_a = obs_scene_create("Host A");
+	const std::string emoji = "Intro \xF0\x9F\x8E\xAC";
+	// The settings file's own special characters, and bytes that are not UTF-8 (only a
+	// hand-edited file holds them), come back byte for byte.
+	const std::string specials = "a=b ;#[Scenes] \\ \"q\"";
+	const std::string not_utf8 = "\xff\xfe bad";
+	cv::VerticalCanvas &canvas = restored_from("");
+	EXPECT_EQ(canvas.scene_names(), Names{"Scene 1"});
+	for (const std::string &name : {emoji, specials, not_utf8, std::string("Chat")})
+		ASSERT_TRUE(canvas.create_scene(name));
+	ASSERT_TRUE(canvas.assign_scene_source("Chat", "Host A"));
+	EXPECT_FALSE(canvas.assign_scene_source(emoji, "Not Yet There"));
+	ASSERT_TRUE(canvas.set_active_scene("Chat"));
+	plugin->unload();
+	plugin.reset();
+	const std::string saved = cvtest::read_file(global_file());
+
+	cv::VerticalCanvas &again = restored_from(saved);
+	EXPECT_EQ(again.scene_names(), (Names{"Scene 1", emoji, specials, not_utf8, "Chat"}));
+	EXPECT_EQ(again.active_scene_name(), "Chat");
+	EXPECT_EQ(again.scene_source_name("Chat"), "Host A");
+	EXPECT_EQ(again.scene_source_name(emoji), "Not Yet There");
+
+	// Hand-edited lists: empty names skipped, counts that lie, a duplicate entry (its
+	// source wins), an active scene that does not exist, a count of billions.
+	const std::string long_name(10000, 'n');
+	const struct {
+		std::string file;
+		Names names;
+		std::string active;
+		std::string source; // of the first scene
+	} cases[] = {
+		{"[Scenes]\ncount=3\nactivescene=Z\nscene_0_name=X\nscene_1_name=\nscene_2_name=Z\n", {"X", "Z"}, "Z", ""},
+		{"[Scenes]\ncount=1\nscene_0_name=X\nscene_1_name=Stale\n", {"X"}, "X", ""},
+		{"[Scenes]\ncount=9\nactivescene=Gone\nscene_0_name=X\nscene_1_name=Y\n", {"X", "Y"}, "X", ""},
+		{"[Scenes]\ncount=2\nscene_0_name=X\nscene_1_name=X\nscene_1_source=Host A\n", {"X"}, "X", "Host A"},
+		{"[Scenes]\ncount=4000000000\nscene_0_name=" + long_name + "\n", {long_name}, long_name, ""},
+	};
+	for (const auto &c : cases) {
+		const auto started = std::chrono::steady_clock::now();
+		cv::VerticalCanvas &hostile = restored_from(c.file);
+		EXPECT_EQ(hostile.scene_names(), c.names);
+		EXPECT_EQ(hostile.active_scene_name(), c.active);
+		EXPECT_EQ(hostile.scene_source_name(c.names[0]), c.source);
+		EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5))
+			<< "four billion positions were walked";
+	}
+}

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// What a server recorded: every packet's timestamps (read with libavformat), whether the
+// whole recording decodes and what a picture shows (the ffmpeg program).
+namespace cvtest {
+
+struct MediaPacket {
+	double pts = 0; // seconds
+	double dts = 0;
+	bool key = false;
+};
+
+struct MediaStream {
+	std::string type;                 // "video", "audio"
+	std::vector<MediaPacket> packets; // in file order
+};
+
+struct MediaPackets {
+	std::string error; // empty when the file could be read
+	std::vector<MediaStream> streams;
+	std::vector<uint8_t> first_video_bytes; // as the demuxer hands them out
+
+	const MediaStream *first(const std::string &type) const;
+};
+
+MediaPackets read_packets(const std::string &path);
+
+// What ffmpeg says while it decodes every stream of the file to nothing; empty when it
+// decodes cleanly from the first packet.
+std::string decode_errors(const std::string &path);
+
+// The longest time between two packets that follow each other in presentation order.
+double longest_gap(const MediaStream &stream);
+
+// What a recording says about the stream in it.
+struct StreamCheck {
+	std::string error; // what the demuxer or the decoder said; empty when the stream is clean
+	size_t video_packets = 0;
+	size_t audio_streams = 0;
+	bool starts_with_keyframe = false;
+	bool audio_before_video = false; // some audio comes before the first video frame
+	// In every stream decode times strictly increase and no packet is presented before
+	// it is decoded; no two video frames share a presentation time.
+	bool dts_increasing = true;
+	bool pts_not_before_dts = true;
+	bool unique_video_pts = true;
+	double video_seconds = 0; // from the first presented frame to the last
+};
+
+StreamCheck check_stream(const std::string &path);
+
+// The first picture at or after `at_seconds` as packed RGB24 rows, in the colours the
+// stream signals; empty when there is none.
+std::vector<uint8_t> decode_frame_rgb(const std::string &path, double at_seconds);
+
+} // namespace cvtest

@@ -1,0 +1,212 @@
+#include "servers.h"
+
+#include "wait.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <netinet/in.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace cvtest {
+
+namespace {
+
+constexpr int kStartTimeoutMs = 10000;
+
+uint16_t free_port(int type)
+{
+	const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+	sockaddr_in addr{};
+	addr.sin_family = AF_INET;
+	addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+	socklen_t len = sizeof(addr);
+	uint16_t port = 0;
+	if (fd >= 0 && bind(fd, (sockaddr *)&addr, sizeof(addr)) == 0 && getsockname(fd, (sockaddr *)&addr, &len) == 0)
+		port = ntohs(addr.sin_port);
+	if (fd >= 0)
+		close(fd);
+	return port;
+}
+
+// Whether some socket is bound to the port on 127.0.0.1: for TCP one that listens.
+bool port_taken(uint16_t port, bool udp)
+{
+	std::ifstream table(udp ? "/proc/net/udp" : "/proc/net/tcp");
+	std::string line;
+	std::getline(table, line);
+	char local[16];
+	snprintf(local, sizeof(local), "0100007F:%04X", port);
+	while (std::getline(table, line)) {
+		std::istringstream fields(line);
+		std::string slot, address, remote, state;
+		fields >> slot >> address >> remote >> state;
+		if (address == local && (udp || state == "0A"))
+			return true;
+	}
+	return false;
+}
+
+} // namespace
+
+uint16_t free_tcp_port()
+{
+	return free_port(SOCK_STREAM);
+}
+
+uint16_t free_udp_port()
+{
+	return free_port(SOCK_DGRAM);
+}
+
+ServerProcess::ServerProcess(const char *name, bool udp) : dir_(make_temp_dir(name)), udp_(udp) {}
+
+ServerProcess::~ServerProcess()
+{
+	process_.terminate(2000);
+	if (!getenv("CV_KEEP_SERVER_FILES") && !dir_.empty())
+		std::filesystem::remove_all(dir_);
+}
+
+bool ServerProcess::start(std::string *error)
+{
+	if (process_.running())
+		return true;
+	if (!port_)
+		port_ = udp_ ? free_udp_port() : free_tcp_port();
+	run_++;
+	if (!process_.start(command(), output_file(), error, dir_ + "/server.log"))
+		return false;
+	if (wait_until([&] { return port_taken(port_, udp_) || !process_.running(); }, kStartTimeoutMs) &&
+	    process_.running())
+		return true;
+	*error = "the server did not take port " + std::to_string(port_) + ":\n" + read_file(dir_ + "/server.log");
+	process_.kill_hard();
+	return false;
+}
+
+void ServerProcess::stop()
+{
+	process_.terminate(5000);
+}
+
+void ServerProcess::kill_hard()
+{
+	process_.kill_hard();
+}
+
+void ServerProcess::pause()
+{
+	if (process_.pid() > 0)
+		::kill(process_.pid(), SIGSTOP);
+}
+
+void ServerProcess::resume()
+{
+	if (process_.pid() > 0)
+		::kill(process_.pid(), SIGCONT);
+}
+
+bool ServerProcess::restart(std::string *error)
+{
+	stop();
+	return start(error);
+}
+
+std::vector<std::string> RtmpServer::command()
+{
+	const std::string conf = dir_ + "/nginx.conf";
+	std::filesystem::create_directories(dir_ + "/recordings");
+	std::string module;
+	for (const char *dir : {"/usr/lib/nginx/modules", "/usr/share/nginx/modules"})
+		if (module.empty() && std::filesystem::exists(std::string(dir) + "/ngx_rtmp_module.so"))
+			module = std::string(dir) + "/ngx_rtmp_module.so";
+	// One process in the foreground; file names carry the second of the publish and the
+	// server's run, so that runs within the same second keep their files apart.
+	std::ofstream(conf) << "daemon off;\nmaster_process off;\nworker_processes 1;\n"
+			    << "pid " << dir_ << "/nginx.pid;\nerror_log " << dir_ << "/error.log info;\n"
+			    << (module.empty() ? "" : "load_module " + module + ";\n")
+			    << "events { worker_connections 256; }\n"
+			    << "rtmp { server { listen 127.0.0.1:" << port_ << "; application live {\n"
+			    << "live on; record all; record_unique on; record_suffix -g" << run_ << ".flv;\n"
+			    << "record_path " << dir_ << "/recordings; } } }\n";
+	return {"nginx", "-p", dir_ + "/", "-e", dir_ + "/error.log", "-c", conf};
+}
+
+std::vector<std::string> RtmpServer::recordings(const std::string &key) const
+{
+	// "<key>-<unix seconds>-g<run>.flv", in the order of run and second.
+	std::vector<std::pair<std::pair<long, long>, std::string>> found;
+	std::error_code error;
+	for (const auto &entry : std::filesystem::directory_iterator(dir_ + "/recordings", error)) {
+		const std::string name = entry.path().filename().string();
+		long seconds = 0, run = 0;
+		if (name.rfind(key + "-", 0) == 0 &&
+		    sscanf(name.c_str() + key.size() + 1, "%ld-g%ld.flv", &seconds, &run) == 2)
+			found.push_back({{run, seconds}, entry.path().string()});
+	}
+	std::sort(found.begin(), found.end());
+	std::vector<std::string> paths;
+	for (const auto &file : found)
+		paths.push_back(file.second);
+	return paths;
+}
+
+std::string SrtListener::url() const
+{
+	return "srt://127.0.0.1:" + std::to_string(port_) + (options_.empty() ? "" : "?" + options_);
+}
+
+std::vector<std::string> SrtListener::command()
+{
+	return {"srt-live-transmit", "-a:no",
+		"srt://127.0.0.1:" + std::to_string(port_) + "?mode=listener" + (options_.empty() ? "" : "&" + options_),
+		"file://con"};
+}
+
+std::string SrtListener::output_file()
+{
+	char name[32];
+	snprintf(name, sizeof(name), "/srt-%03d.ts", run_);
+	return dir_ + name;
+}
+
+std::vector<std::string> SrtListener::recordings()
+{
+	process_.wait(10000);
+	std::vector<std::string> paths;
+	for (int run = 1; run <= run_; run++) {
+		char name[32];
+		snprintf(name, sizeof(name), "/srt-%03d.ts", run);
+		std::error_code error;
+		if (std::filesystem::file_size(dir_ + name, error) > 0 && !error)
+			paths.push_back(dir_ + name);
+	}
+	return paths;
+}
+
+SilentTcpServer::SilentTcpServer()
+{
+	fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+	sockaddr_in addr{};
+	addr.sin_family = AF_INET;
+	addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+	socklen_t len = sizeof(addr);
+	if (fd_ >= 0 && bind(fd_, (sockaddr *)&addr, sizeof(addr)) == 0 && listen(fd_, 64) == 0 &&
+	    getsockname(fd_, (sockaddr *)&addr, &len) == 0)
+		port_ = ntohs(addr.sin_port);
+}
+
+SilentTcpServer::~SilentTcpServer()
+{
+	if (fd_ >= 0)
+		close(fd_);
+}
+
+} // namespace cvtest

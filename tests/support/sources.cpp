@@ -1,0 +1,90 @@
+#include "sources.h"
+
+#include <graphics/vec4.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace cvtest {
+
+OBSSourceAutoRelease make_colour(const std::string &name, uint32_t rgb, uint32_t width, uint32_t height)
+{
+	OBSDataAutoRelease settings = obs_data_create();
+	// The host stores colours as 0xAABBGGRR.
+	const uint32_t abgr = 0xFF000000u | ((rgb & 0xFF) << 16) | (rgb & 0xFF00) | ((rgb >> 16) & 0xFF);
+	obs_data_set_int(settings, "color", abgr);
+	obs_data_set_int(settings, "width", width);
+	obs_data_set_int(settings, "height", height);
+	return obs_source_create("color_source_v3", name.c_str(), settings, nullptr);
+}
+
+OBSSceneAutoRelease make_band_scene(const std::string &name, const std::vector<uint32_t> &colours)
+{
+	obs_video_info ovi = {};
+	obs_get_video_info(&ovi);
+	const uint32_t count = uint32_t(colours.size());
+	const uint32_t band_width = count ? ovi.base_width / count : 0;
+	OBSSceneAutoRelease scene = obs_scene_create(name.c_str());
+	for (uint32_t i = 0; i < count; i++) {
+		const uint32_t width = i + 1 < count ? band_width : ovi.base_width - i * band_width;
+		OBSSourceAutoRelease band =
+			make_colour(name + " band " + std::to_string(i), colours[i], width, ovi.base_height);
+		obs_sceneitem_t *item = obs_scene_add(scene, band);
+		vec2 pos;
+		vec2_set(&pos, float(i * band_width), 0.0f);
+		obs_sceneitem_set_pos(item, &pos);
+	}
+	return scene;
+}
+
+uint32_t Image::rgb(uint32_t x, uint32_t y) const
+{
+	const uint8_t *p = &rgba[(size_t(y) * width + x) * 4];
+	return (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
+}
+
+Image render_view(obs_view_t *view, uint32_t width, uint32_t height)
+{
+	Image image;
+	obs_enter_graphics();
+	gs_texrender_t *texrender = gs_texrender_create(GS_RGBA, GS_ZS_NONE);
+	gs_stagesurf_t *stage = gs_stagesurface_create(width, height, GS_RGBA);
+	if (gs_texrender_begin(texrender, width, height)) {
+		vec4 clear;
+		vec4_zero(&clear);
+		gs_clear(GS_CLEAR_COLOR, &clear, 0.0f, 0);
+		gs_ortho(0.0f, float(width), 0.0f, float(height), -100.0f, 100.0f);
+		gs_blend_state_push();
+		gs_blend_function(GS_BLEND_ONE, GS_BLEND_ZERO);
+		obs_view_render(view);
+		gs_blend_state_pop();
+		gs_texrender_end(texrender);
+
+		gs_stage_texture(stage, gs_texrender_get_texture(texrender));
+		uint8_t *data = nullptr;
+		uint32_t linesize = 0;
+		if (gs_stagesurface_map(stage, &data, &linesize)) {
+			image.width = width;
+			image.height = height;
+			image.rgba.resize(size_t(width) * height * 4);
+			for (uint32_t y = 0; y < height; y++)
+				memcpy(&image.rgba[size_t(y) * width * 4], data + size_t(y) * linesize,
+				       size_t(width) * 4);
+			gs_stagesurface_unmap(stage);
+		}
+	}
+	gs_stagesurface_destroy(stage);
+	gs_texrender_destroy(texrender);
+	obs_leave_graphics();
+	return image;
+}
+
+bool close_to(uint32_t seen, uint32_t expected)
+{
+	for (int shift : {0, 8, 16})
+		if (std::abs(int((seen >> shift) & 0xFF) - int((expected >> shift) & 0xFF)) > 48)
+			return false;
+	return true;
+}
+
+} // namespace cvtest
