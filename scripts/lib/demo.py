@@ -131,7 +131,7 @@ def main():
 
     print("Plug-in log lines:")
     for line in log.splitlines():
-        if LOG_TAG in line or "[corvane]" in line:
+        if LOG_TAG in line:
             print("  " + line)
     leaks = [line for line in log.splitlines() if "Number of memory leaks" in line]
     print()

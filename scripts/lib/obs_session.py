@@ -1,13 +1,11 @@
 """Runs the real obs program in a throwaway home with the plug-in installed.
 
-Used by the end-to-end tests and by the demo. Everything started here (Xvfb, obs)
+Used by the demo and, with what only they need on top, by the end-to-end tests. Everything started here (Xvfb, obs)
 stays a child of this process and is waited for, so nothing is left behind.
 """
 
-import functools
 import json
 import os
-import resource
 import shutil
 import signal
 import socket
@@ -18,8 +16,7 @@ import time
 from pathlib import Path
 
 import websocket  # Debian's python3-websocket
-from Xlib import X, XK, display as xdisplay, protocol  # Debian's python3-xlib
-from Xlib.ext import xtest
+from Xlib import X, display as xdisplay, protocol  # Debian's python3-xlib
 
 PLUGIN = "corvane-vertical-canvas"
 LOG_TAG = "[corvane-obs-vertical]"
@@ -83,28 +80,6 @@ class ObsConnectionClosed(ObsError):
     pass
 
 
-class HostCrash(ObsError):
-    """obs ended in one of the host's own shutdown crashes, told apart by its backtrace."""
-
-
-def retry_after_host_crash(test):
-    """Runs a test once more when its obs run ended in one of the host's own known
-    shutdown crashes (see ObsSession.known_host_crash); every other failure stands."""
-    @functools.wraps(test)
-    def run(self, *args, **kwargs):
-        try:
-            return test(self, *args, **kwargs)
-        except HostCrash as crash:
-            print(f"{crash}; the test runs once more", file=sys.stderr)
-            return test(self, *args, **kwargs)
-    return run
-
-
-def _allow_core_files():
-    _, hard = resource.getrlimit(resource.RLIMIT_CORE)
-    resource.setrlimit(resource.RLIMIT_CORE, (hard, hard))
-
-
 class ObsSession:
     """One run of obs: prepare() the home, start(), talk to it, close()."""
 
@@ -133,6 +108,7 @@ class ObsSession:
         self.ws = None
         self._request_id = 0
         self.stdout_path = self.root / "obs-stdout.txt"
+        self.preexec = None  # run in the obs process before it starts
 
     # ---- preparation -------------------------------------------------------------------
 
@@ -245,7 +221,7 @@ class ObsSession:
         self.obs = subprocess.Popen(
             ["obs", "--multi", "--disable-shutdown-check", "--profile", PROFILE, "--collection", COLLECTION],
             env=self.env(), stdout=self._stdout, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
-            cwd=str(self.home), preexec_fn=_allow_core_files)
+            cwd=str(self.home), preexec_fn=self.preexec)
         self._connect(timeout)
         return self
 
@@ -323,9 +299,6 @@ class ObsSession:
             return logs[-1].read_text(errors="replace")
         return self.stdout_path.read_text(errors="replace") if self.stdout_path.exists() else ""
 
-    def plugin_lines(self):
-        return [line for line in self.log_text().splitlines() if LOG_TAG in line or "[corvane]" in line]
-
     # ---- windows -----------------------------------------------------------------------
 
     def _windows(self, top_level_only=False):
@@ -380,10 +353,6 @@ class ObsSession:
         finally:
             d.close()
 
-    def windows(self):
-        """(id, class, title) of every viewable top-level window, for failure messages."""
-        return self._windows(top_level_only=True)
-
     def dialogs(self):
         """Titles of the host's open top-level windows other than the main window (not the
         native child windows inside it, such as the preview's)."""
@@ -424,42 +393,10 @@ class ObsSession:
                 # Whatever went wrong, its log and crash report stay for a look.
                 self.keep = True
                 print(f"obs exited with {code}; its home is kept in {self.root}", file=sys.stderr)
-                known = self.known_host_crash() if code == -signal.SIGSEGV else None
-                if known:
-                    raise HostCrash(f"obs crashed in its own shutdown: {known} (backtrace in {self.root})")
             return code
         self.obs.kill()
         self.obs.wait()
         raise ObsError(f"obs did not close within {timeout} s")
-
-    def known_host_crash(self):
-        """What crashed, when the core file obs left shows one of the newest host's own
-        shutdown crashes, each also seen with no plug-in installed: a widget of its source
-        list disconnecting from a source freed before it, or its websocket server's
-        network thread. None for anything else, for a crash with a frame of the plug-in,
-        and when there is no core file (the system may send cores elsewhere) or no gdb.
-        The backtrace is kept beside the log; the core itself (hundreds of MB) is not."""
-        cores = sorted(self.home.glob("core*"))
-        gdb, obs = shutil.which("gdb"), shutil.which("obs")
-        if not cores or not gdb or not obs:
-            return None
-        try:
-            out = subprocess.run([gdb, "-batch", "-nx", "-ex", "bt 40", obs, str(cores[-1])],
-                                 capture_output=True, text=True, timeout=300).stdout
-        except subprocess.TimeoutExpired:
-            return None
-        frames = list(dict.fromkeys(line for line in out.splitlines() if line.startswith("#")))
-        (self.root / "crash-backtrace.txt").write_text("\n".join(frames) + "\n")
-        for core in cores:
-            core.unlink()
-        if not frames or any(PLUGIN in frame for frame in frames):
-            return None
-        if (any("signal_handler_disconnect" in frame for frame in frames[:3])
-                and any("QObjectPrivate::deleteChildren" in frame for frame in frames[:6])):
-            return "a source list widget disconnecting from a freed source"
-        if "obs-websocket.so" in frames[0]:
-            return "the websocket server's network thread"
-        return None
 
     def window_geometry(self, wid):
         """(x, y, width, height) of a window on the screen."""
@@ -471,58 +408,6 @@ class ObsSession:
             return -origin.x, -origin.y, geometry.width, geometry.height
         finally:
             d.close()
-
-    def press_keys(self, *chords, pause=0.3):
-        """Types key chords on the X server as a user would, e.g. ("Alt_L", "t"), ("Up",).
-        The main window gets the focus first: a click on the empty right end of its
-        menu bar (there is no window manager to give it), then the X focus itself."""
-        d = xdisplay.Display(self.display)
-        try:
-            main = self.main_window()
-            if main is not None:
-                x, y, width, _ = self.window_geometry(main)
-                xtest.fake_input(d, X.MotionNotify, x=x + width * 9 // 10, y=y + 8)
-                xtest.fake_input(d, X.ButtonPress, 1)
-                xtest.fake_input(d, X.ButtonRelease, 1)
-                d.sync()
-                d.create_resource_object("window", main).set_input_focus(X.RevertToParent, X.CurrentTime)
-                d.sync()
-                time.sleep(pause)
-            for chord in chords:
-                codes = [d.keysym_to_keycode(XK.string_to_keysym(name)) for name in chord]
-                for code in codes:
-                    xtest.fake_input(d, X.KeyPress, code)
-                for code in reversed(codes):
-                    xtest.fake_input(d, X.KeyRelease, code)
-                d.sync()
-                time.sleep(pause)
-        finally:
-            d.close()
-
-    def wait_for_window(self, title, timeout=15):
-        """The id of a viewable window with exactly this title, or None."""
-        deadline = time.monotonic() + timeout
-        while time.monotonic() < deadline:
-            for wid, _, found in self._windows(top_level_only=True):
-                if found == title:
-                    return wid
-            time.sleep(0.2)
-        return None
-
-    def close_window(self, wid, title, timeout=15):
-        """Closes a window as a user would (WM_DELETE_WINDOW) and waits until no window of
-        that title is left; True when it went. The request is repeated every few seconds:
-        on a loaded machine the first one has been seen to go unanswered."""
-        deadline = time.monotonic() + timeout
-        asked = 0.0
-        while time.monotonic() < deadline:
-            if self.wait_for_window(title, timeout=0.2) is None:
-                return True
-            if time.monotonic() - asked > 3:
-                self._send_delete(wid)
-                asked = time.monotonic()
-            time.sleep(0.2)
-        return self.wait_for_window(title, timeout=0.2) is None
 
     def screenshot(self, path, window=None):
         """Saves the screen, or one window of it, as PNG using ffmpeg's X11 grabber."""
