@@ -2,47 +2,28 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDialog>
 #include <QElapsedTimer>
 #include <QInputDialog>
 #include <QMessageBox>
-#include <QTimer>
-
-#include <cstdlib>
 
 namespace cvtest {
 
-std::unique_ptr<QApplication> make_application(const char *platform)
+ModalAnswerer::ModalAnswerer(std::function<void(QWidget *)> answer)
 {
-	static int argc = 1;
-	static char name[] = "cv_ui_tests";
-	static char *argv[] = {name, nullptr};
-	setenv("QT_QPA_PLATFORM", platform, 1);
-	return std::make_unique<QApplication>(argc, argv);
-}
-
-struct ModalAnswerer::Impl {
-	QTimer timer;
-};
-
-ModalAnswerer::ModalAnswerer(std::function<void(QWidget *)> answer) : impl_(std::make_unique<Impl>())
-{
-	QObject::connect(&impl_->timer, &QTimer::timeout, [this, answer] {
+	QObject::connect(&timer_, &QTimer::timeout, [this, answer] {
 		QWidget *modal = QApplication::activeModalWidget();
 		if (!modal || !modal->isVisible())
 			return;
 		answered_++;
-		last_title_ = modal->windowTitle();
 		if (auto *box = qobject_cast<QMessageBox *>(modal))
 			last_text_ = box->text();
-		else if (auto *input = qobject_cast<QInputDialog *>(modal))
-			last_text_ = input->labelText();
 		answer(modal);
+		// The modal lives on until its exec() returns, after this slot.
+		if (auto *dialog = qobject_cast<QDialog *>(modal); dialog && dialog->isVisible())
+			dialog->reject();
 	});
-	impl_->timer.start(10);
+	timer_.start(10);
 }
-
-ModalAnswerer::~ModalAnswerer() = default;
 
 std::function<void(QWidget *)> type_and_accept(const QString &text)
 {
@@ -50,8 +31,6 @@ std::function<void(QWidget *)> type_and_accept(const QString &text)
 		if (auto *input = qobject_cast<QInputDialog *>(modal)) {
 			input->setTextValue(text);
 			input->accept();
-		} else if (auto *dialog = qobject_cast<QDialog *>(modal)) {
-			dialog->reject();
 		}
 	};
 }
@@ -60,19 +39,8 @@ std::function<void(QWidget *)> press_button(int standard_button)
 {
 	return [standard_button](QWidget *modal) {
 		auto *box = qobject_cast<QMessageBox *>(modal);
-		QAbstractButton *button = box ? box->button(QMessageBox::StandardButton(standard_button)) : nullptr;
-		if (button)
+		if (QAbstractButton *button = box ? box->button(QMessageBox::StandardButton(standard_button)) : nullptr)
 			button->click();
-		else if (auto *dialog = qobject_cast<QDialog *>(modal))
-			dialog->reject();
-	};
-}
-
-std::function<void(QWidget *)> cancel_dialog()
-{
-	return [](QWidget *modal) {
-		if (auto *dialog = qobject_cast<QDialog *>(modal))
-			dialog->reject();
 	};
 }
 

@@ -7,11 +7,13 @@
 
 #include "plugin/plugin.h"
 #include "stream/mux_output.h"
+#include "ui/vertical_dock.h"
 
 #include <QApplication>
 #include <QMainWindow>
-#include <QString>
+#include <QPushButton>
 
+#include <cstdlib>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -23,14 +25,17 @@ inline void PrintTo(const QString &text, std::ostream *os)
 }
 
 // Widget tests: real libobs and a real QApplication, offscreen unless a test needs
-// native windows on the Xvfb.
+// native windows on the Xvfb ("xcb").
 class UiTest : public cvtest::HostTest {
 protected:
 	virtual const char *platform() const { return "offscreen"; }
 	void SetUp() override
 	{
 		HostTest::SetUp();
-		app_ = cvtest::make_application(platform());
+		static int argc = 1;
+		static char name[] = "cv_ui_tests", *argv[] = {name, nullptr};
+		setenv("QT_QPA_PLATFORM", platform(), 1);
+		app_ = std::make_unique<QApplication>(argc, argv);
 		cv::register_mux_output();
 	}
 	void TearDown() override
@@ -41,8 +46,8 @@ protected:
 	std::unique_ptr<QApplication> app_;
 };
 
-// The plug-in as the host program runs it: a main window for its dock, its settings in
-// the test's folders, the front end's events delivered to the callback it adds.
+// The plug-in as the host runs it: a main window for its dock, its settings in the
+// test's folders, the front end's events delivered to it.
 class PluginUiTest : public UiTest {
 protected:
 	void SetUp() override
@@ -53,24 +58,25 @@ protected:
 	}
 	void TearDown() override
 	{
-		if (plugin_)
-			plugin_->unload();
 		plugin_.reset();
 		window_.reset();
 		UiTest::TearDown();
 	}
-	// Loads with this profile file ("key=value" lines) and, unless told otherwise, the
-	// front end's "finished loading" (scenes restored, dock made).
-	cv::Plugin &load(const std::string &profile, bool finished_loading = true)
+	// Loads with this profile file ("key=value" lines) up to the front end's "finished
+	// loading". A plug-in loaded before goes first: it saves its files as it unloads.
+	void load(const std::string &profile)
 	{
+		plugin_.reset();
 		cvtest::write_file(profile_file(), "[VerticalCanvas]\n" + profile);
 		plugin_ = std::make_unique<cv::Plugin>();
 		EXPECT_TRUE(plugin_->load());
-		if (finished_loading)
-			fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
-		return *plugin_;
+		fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
 	}
 	static void fire(obs_frontend_event event) { cvtest::frontend::fire_event(event); }
+	template<typename T = QPushButton> T *dock_child(const char *name)
+	{
+		return plugin_->dock()->findChild<T *>(name);
+	}
 
 	std::unique_ptr<QMainWindow> window_;
 	std::unique_ptr<cv::Plugin> plugin_;

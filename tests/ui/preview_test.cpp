@@ -16,29 +16,22 @@ namespace {
 class PreviewTest : public UiTest {
 protected:
 	const char *platform() const override { return "xcb"; }
-	void TearDown() override
-	{
-		canvas_.reset();
-		UiTest::TearDown();
-	}
 
-	// 0xRRGGBB of a pixel of a window, read from the X server once libobs drew it.
-	static uint32_t window_pixel(WId window, int x, int y, uint32_t expected)
+	// Whether a pixel of the window, read from the X server, comes to be this 0xRRGGBB.
+	static bool shows(WId window, int x, int y, uint32_t rgb)
 	{
-		uint32_t rgb = 0xFFFFFFFF;
-		for (int i = 0; i < 50 && !cvtest::close_to(rgb, expected); i++) {
+		uint32_t seen = 0xFFFFFFFF;
+		for (int i = 0; i < 50 && !cvtest::close_to(seen, rgb); i++) {
 			cvtest::process_events_for(50);
 			Display *display = XOpenDisplay(nullptr);
 			if (XImage *image = XGetImage(display, Window(window), x, y, 1, 1, AllPlanes, ZPixmap)) {
-				rgb = uint32_t(XGetPixel(image, 0, 0)) & 0xFFFFFF;
+				seen = uint32_t(XGetPixel(image, 0, 0)) & 0xFFFFFF;
 				XDestroyImage(image);
 			}
 			XCloseDisplay(display);
 		}
-		return rgb;
+		return cvtest::close_to(seen, rgb);
 	}
-
-	std::unique_ptr<cv::VerticalCanvas> canvas_;
 };
 
 } // namespace
@@ -48,14 +41,14 @@ protected:
 TEST_F(PreviewTest, ShowsTheCanvasViewWhileShown)
 {
 	OBSSceneAutoRelease scene = cvtest::make_band_scene("Show", {0xFF0000, 0x00FF00, 0x0000FF});
-	canvas_ = std::make_unique<cv::VerticalCanvas>(cv::CanvasConfig{360, 640, 30, 1, true});
-	ASSERT_TRUE(canvas_->init());
-	ASSERT_TRUE(canvas_->assign_scene_source("Scene 1", "Show"));
-	cv::VerticalPreviewWidget preview(canvas_.get());
+	auto canvas = std::make_unique<cv::VerticalCanvas>(cv::CanvasConfig{360, 640, 30, 1, true});
+	ASSERT_TRUE(canvas->init());
+	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show"));
+	cv::VerticalPreviewWidget preview(canvas.get());
 	preview.resize(180, 320);
 	preview.show();
 	for (const int x : {5, 90, 175})
-		EXPECT_TRUE(cvtest::close_to(window_pixel(preview.winId(), x, 160, 0x00FF00), 0x00FF00)) << x;
+		EXPECT_TRUE(shows(preview.winId(), x, 160, 0x00FF00)) << x;
 
 	// No wider than 9:16 of its height.
 	preview.resize(300, 320);
@@ -68,6 +61,6 @@ TEST_F(PreviewTest, ShowsTheCanvasViewWhileShown)
 	EXPECT_NE(preview.currentDisplay(), nullptr);
 
 	preview.setCanvas(nullptr);
-	canvas_.reset();
-	EXPECT_TRUE(cvtest::close_to(window_pixel(preview.winId(), 90, 160, 0x080808), 0x080808));
+	canvas.reset();
+	EXPECT_TRUE(shows(preview.winId(), 90, 160, 0x080808));
 }
