@@ -1,6 +1,6 @@
-"""What the end-to-end tests need on top of the demo's obs session: typing and closing
-windows as a user does, telling the newest host's own shutdown crashes apart from ours,
-and running a test file's cases."""
+"""What the end-to-end tests need on top of the demo's obs session: a ready obs per test,
+typing and closing windows as a user does, and telling the newest host's own crashes at
+exit apart from ours."""
 
 import argparse
 import functools
@@ -14,23 +14,23 @@ import time
 import unittest
 from pathlib import Path
 
-LIB = Path(__file__).resolve().parents[2] / "scripts" / "lib"
-sys.path.insert(0, str(LIB))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts" / "lib"))
 
-from obs_session import LOG_TAG, PLUGIN, ObsError, ObsSession  # noqa: E402,F401
+from obs_session import PLUGIN, ObsError, ObsSession  # noqa: E402
 from Xlib import X, XK, display as xdisplay  # noqa: E402
 from Xlib.ext import xtest  # noqa: E402
 
 ARGS = argparse.Namespace(build_dir=None)
+KEEP = bool(os.environ.get("CV_TEST_KEEP"))
+DOCK = "Vertical Canvas"
 
 
 class HostCrash(ObsError):
-    """obs ended in one of the host's own shutdown crashes, told apart by its backtrace."""
+    """obs ended in one of the host's own crashes at exit, told apart by its backtrace."""
 
 
 def retry_after_host_crash(test):
-    """Runs a test once more when its obs run ended in one of the host's own known
-    shutdown crashes (see E2eSession.known_host_crash); every other failure stands."""
+    """Runs a test once more when its obs ended in one of the host's own known crashes."""
     @functools.wraps(test)
     def run(self, *args, **kwargs):
         try:
@@ -41,6 +41,23 @@ def retry_after_host_crash(test):
     return run
 
 
+def wait_until(done, timeout=30):
+    deadline = time.monotonic() + timeout
+    while not done():
+        if time.monotonic() > deadline:
+            return False
+        time.sleep(0.25)
+    return True
+
+
+def start_obs(test, **kwargs):
+    """An obs that answers requests, ended with the test."""
+    obs = E2eSession(**kwargs)
+    test.addCleanup(obs.shutdown)
+    obs.prepare().start().wait_ready()
+    return obs
+
+
 def _allow_core_files():
     _, hard = resource.getrlimit(resource.RLIMIT_CORE)
     resource.setrlimit(resource.RLIMIT_CORE, (hard, hard))
@@ -48,7 +65,7 @@ def _allow_core_files():
 
 class E2eSession(ObsSession):
     def __init__(self, **kwargs):
-        kwargs.setdefault("keep", bool(os.environ.get("CV_TEST_KEEP")))
+        kwargs.setdefault("keep", KEEP)
         super().__init__(ARGS.build_dir, **kwargs)
         self.preexec = _allow_core_files
 
@@ -60,15 +77,11 @@ class E2eSession(ObsSession):
         return code
 
     def known_host_crash(self):
-        """What crashed, when the core file obs left shows one of the newest host's own
-        shutdown crashes, each also seen with no plug-in installed: a widget of its source
-        list disconnecting from a source freed before it, or its websocket server's
-        network thread. None for anything else, for a crash with a frame of the plug-in,
-        and when there is no core file (the system may send cores elsewhere) or no gdb.
-        The backtrace is kept beside the log; the core itself (hundreds of MB) is not."""
-        cores = sorted(self.home.glob("core*"))
-        gdb, obs = shutil.which("gdb"), shutil.which("obs")
-        if not cores or not gdb or not obs:
+        """Which of the newest host's own crashes at exit (docs/reliability.md) its core file
+        shows; None for any other, for one with a frame of the plug-in, and without a core
+        file or gdb. The backtrace stays beside the log, the core (hundreds of MB) does not."""
+        cores, gdb, obs = sorted(self.home.glob("core*")), shutil.which("gdb"), shutil.which("obs")
+        if not (cores and gdb and obs):
             return None
         try:
             out = subprocess.run([gdb, "-batch", "-nx", "-ex", "bt 40", obs, str(cores[-1])],
@@ -89,9 +102,8 @@ class E2eSession(ObsSession):
         return None
 
     def press_keys(self, *chords, pause=0.3):
-        """Types key chords on the X server as a user would, e.g. ("Alt_L", "t"), ("Up",).
-        The main window gets the focus first: a click on the empty right end of its
-        menu bar (there is no window manager to give it), then the X focus itself."""
+        """Types key chords, e.g. ("Alt_L", "t"), ("Up",), into the main window, focused
+        first by a click on the empty right end of its menu bar (there is no window manager)."""
         d = xdisplay.Display(self.display)
         try:
             main = self.main_window()
@@ -100,7 +112,6 @@ class E2eSession(ObsSession):
                 xtest.fake_input(d, X.MotionNotify, x=x + width * 9 // 10, y=y + 8)
                 xtest.fake_input(d, X.ButtonPress, 1)
                 xtest.fake_input(d, X.ButtonRelease, 1)
-                d.sync()
                 d.create_resource_object("window", main).set_input_focus(X.RevertToParent, X.CurrentTime)
                 d.sync()
                 time.sleep(pause)
@@ -116,36 +127,26 @@ class E2eSession(ObsSession):
             d.close()
 
     def wait_for_window(self, title, timeout=15):
-        """The id of a viewable window with exactly this title, or None."""
-        deadline = time.monotonic() + timeout
-        while time.monotonic() < deadline:
-            for wid, _, found in self._windows(top_level_only=True):
-                if found == title:
-                    return wid
-            time.sleep(0.2)
-        return None
+        """The id of a viewable top-level window with exactly this title, or None."""
+        def find():
+            return next((wid for wid, _, found in self._windows(top_level_only=True) if found == title), None)
+        wait_until(lambda: find() is not None, timeout)
+        return find()
 
     def close_window(self, wid, title, timeout=15):
-        """Closes a window as a user would (WM_DELETE_WINDOW) and waits until no window of
-        that title is left; True when it went. The request is repeated every few seconds:
-        on a loaded machine the first one has been seen to go unanswered."""
+        """Closes a window as a user does (WM_DELETE_WINDOW), asking again every few seconds;
+        True once no window of that title is left."""
         deadline = time.monotonic() + timeout
-        asked = 0.0
         while time.monotonic() < deadline:
-            if self.wait_for_window(title, timeout=0.2) is None:
+            self._send_delete(wid)
+            if wait_until(lambda: self.wait_for_window(title, timeout=0) is None, 3):
                 return True
-            if time.monotonic() - asked > 3:
-                self._send_delete(wid)
-                asked = time.monotonic()
-            time.sleep(0.2)
-        return self.wait_for_window(title, timeout=0.2) is None
+        return False
 
     def expect_clean_close(self, test):
-        """Closed as a user closes it: exit code 0, the plug-in unloaded, nothing leaked."""
+        """Exit code 0, and the host's own count of what was not freed is 0."""
         test.assertEqual(self.close(), 0)
-        log = self.log_text()
-        test.assertIn(f"{LOG_TAG} Unloaded", log)
-        test.assertIn("Number of memory leaks: 0", log)
+        test.assertIn("Number of memory leaks: 0", self.log_text())
 
 
 def main():
