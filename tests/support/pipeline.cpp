@@ -36,12 +36,8 @@ bool wait_mux_connected(int timeout_ms)
 
 MuxPipeline::MuxPipeline(const PipelineOptions &options) : options_(options)
 {
-	cv::CanvasConfig config;
-	config.width = options.width;
-	config.height = options.height;
-	config.fps_num = options.fps_num;
-	config.fps_den = options.fps_den;
-	canvas_ = std::make_unique<cv::VerticalCanvas>(config);
+	canvas_ = std::make_unique<cv::VerticalCanvas>(
+		cv::CanvasConfig{options.width, options.height, options.fps_num, options.fps_den, true});
 	canvas_->init();
 	scene_ = make_band_scene("Pipeline Show", {0xFF0000, 0x00FF00, 0x0000FF});
 	canvas_->assign_scene_source("Scene 1", "Pipeline Show");
@@ -82,9 +78,8 @@ bool MuxPipeline::create(const std::string &server, const std::string &key)
 	for (size_t i = 0; i < options_.audio_tracks; i++) {
 		OBSDataAutoRelease audio_settings = obs_data_create();
 		obs_data_set_int(audio_settings, "bitrate", 160);
-		OBSEncoderAutoRelease audio = obs_audio_encoder_create(options_.audio_encoder,
-								       ("test audio " + std::to_string(i)).c_str(),
-								       audio_settings, i, nullptr);
+		OBSEncoderAutoRelease audio = obs_audio_encoder_create(
+			"ffmpeg_aac", ("test audio " + std::to_string(i)).c_str(), audio_settings, i, nullptr);
 		if (!audio)
 			return false;
 		obs_encoder_set_audio(audio, obs_get_audio());

@@ -28,7 +28,6 @@ struct PipelineOptions {
 	int keyint_sec = 1;
 	int video_kbps = 800;
 	int bframes = 0;
-	const char *audio_encoder = "ffmpeg_aac";
 	const char *output_id = nullptr; // the plug-in's own output type when null
 };
 
