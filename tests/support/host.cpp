@@ -205,14 +205,4 @@ size_t log_count(const std::string &text)
 				    [&](const std::string &line) { return line.find(text) != std::string::npos; }));
 }
 
-std::string logs_matching(const std::string &text)
-{
-	std::lock_guard lock(log_mutex);
-	std::string out;
-	for (const std::string &line : log_lines)
-		if (line.find(text) != std::string::npos)
-			out += line + "\n";
-	return out;
-}
-
 } // namespace cvtest

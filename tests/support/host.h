@@ -4,14 +4,11 @@
 #include <obs.hpp>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
-// Real libobs in the test process, on the process's own Xvfb (OpenGL through EGL), with
-// the host's image source and, when asked, its encoder and output modules, and a stub
-// module named like the plug-in so that the plug-in finds its config folder. Every line
-// the host logs is kept for the test.
+// Real libobs in the test process on its own Xvfb, with the host's modules the test asks
+// for and a stub module named like the plug-in (for its config folder). The log is kept.
 namespace cvtest {
 
 struct HostOptions {
@@ -25,8 +22,7 @@ struct HostOptions {
 	bool outputs = false; // the host's obs-outputs and rtmp-services modules (its own RTMP output)
 };
 
-// libobs started for one test and shut down after it; a reference the test or the
-// plug-in leaks shows up as a libobs allocation still outstanding, which fails the test.
+// libobs for one test; a reference leaked by the test or the plug-in fails it.
 class HostTest : public ::testing::Test {
 protected:
 	virtual HostOptions host_options() const { return {}; }
@@ -35,9 +31,11 @@ protected:
 
 	// Scratch folder of this test, removed afterwards (kept when CV_TEST_KEEP is set).
 	const std::string &temp_dir() const { return temp_dir_; }
-	// The plug-in's global settings file, and the folder of the current profile (the
-	// stand-in front end reports it).
-	std::string global_file() const { return temp_dir_ + "/plugin_config/corvane-vertical-canvas/settings-global.ini"; }
+	// The plug-in's settings files; the stand-in front end reports profile_dir().
+	std::string global_file() const
+	{
+		return temp_dir_ + "/plugin_config/corvane-vertical-canvas/settings-global.ini";
+	}
 	std::string profile_dir() const { return temp_dir_ + "/profile"; }
 	std::string profile_file() const { return profile_dir() + "/corvane-vertical-canvas.ini"; }
 
@@ -55,6 +53,5 @@ void stop_process_xvfb();
 
 // Lines the host logged during the current test that contain `text`.
 size_t log_count(const std::string &text);
-std::string logs_matching(const std::string &text);
 
 } // namespace cvtest

@@ -8,12 +8,9 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-// The host tests end with _exit: Debian 12's libsrt crashes in its own static
-// destructors at process exit once an SRT connection was made, after every test
-// has passed and libobs has been shut down. _exit also skips the sanitizer build's
-// exit-time leak check, which could not name the host's graphics and plug-in modules
-// anyway (unloaded, no frame pointers); leaks there are caught by libobs's own count
-// of outstanding allocations, checked after every test.
+// The host tests end with _exit: Debian 12's libsrt crashes in its static destructors
+// once an SRT connection was made. Leaks are caught by libobs's own count of outstanding
+// allocations after every test; the exit-time leak check could not name unloaded modules.
 int main(int argc, char **argv)
 {
 	::testing::InitGoogleTest(&argc, argv);

@@ -4,10 +4,8 @@
 
 #include <string>
 
-// The host's own RTMP output on its own custom service, set up the way OBS's front end sets
-// up its stream output when the user has not changed it (Settings > Advanced >
-// Automatically Reconnect: on, Retry Delay 2 s, Maximum Retries 25; the same from OBS 29
-// to 32). Needs the host's outputs and services modules (HostOptions::outputs).
+// The host's own RTMP output and custom service as OBS's front end sets them up by default
+// (reconnect on, retry delay 2 s, 25 retries). Needs HostOptions::outputs.
 namespace cvtest {
 
 struct HostRtmpOutput {

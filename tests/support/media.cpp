@@ -43,37 +43,18 @@ MediaPackets read_packets(const std::string &path)
 		}
 		MediaStream &stream = result.streams[size_t(packet->stream_index)];
 		const AVRational time_base = format->streams[packet->stream_index]->time_base;
-		auto seconds = [&](int64_t ts) { return ts == AV_NOPTS_VALUE ? 0.0 : double(ts) * av_q2d(time_base); };
+		auto seconds = [&](int64_t ts) {
+			return ts == AV_NOPTS_VALUE ? 0.0 : double(ts) * av_q2d(time_base);
+		};
 		if (stream.type == "video" && result.first_video_bytes.empty())
 			result.first_video_bytes.assign(packet->data, packet->data + packet->size);
-		stream.packets.push_back({seconds(packet->pts), seconds(packet->dts), (packet->flags & AV_PKT_FLAG_KEY) != 0});
+		stream.packets.push_back(
+			{seconds(packet->pts), seconds(packet->dts), (packet->flags & AV_PKT_FLAG_KEY) != 0});
 		av_packet_unref(packet);
 	}
 	av_packet_free(&packet);
 	avformat_close_input(&format);
 	return result;
-}
-
-std::string decode_errors(const std::string &path)
-{
-	std::string text;
-	const int code = run_program({"ffmpeg", "-nostdin", "-v", "error", "-i", path, "-map", "0", "-f", "null", "-"},
-				     kFfmpegTimeoutMs, &text);
-	if (code != 0 && text.empty())
-		text = "ffmpeg exited with " + std::to_string(code);
-	return text;
-}
-
-double longest_gap(const MediaStream &stream)
-{
-	std::vector<double> times;
-	for (const MediaPacket &packet : stream.packets)
-		times.push_back(packet.pts);
-	std::sort(times.begin(), times.end());
-	double gap = 0;
-	for (size_t i = 1; i < times.size(); i++)
-		gap = std::max(gap, times[i] - times[i - 1]);
-	return gap;
 }
 
 std::vector<uint8_t> decode_frame_rgb(const std::string &path, double at_seconds)
@@ -93,7 +74,13 @@ StreamCheck check_stream(const std::string &path)
 {
 	StreamCheck check;
 	const MediaPackets packets = read_packets(path);
-	check.error = packets.error.empty() ? decode_errors(path) : packets.error;
+	check.error = packets.error;
+	// What ffmpeg says while it decodes every stream to nothing.
+	if (check.error.empty() &&
+	    run_program({"ffmpeg", "-nostdin", "-v", "error", "-i", path, "-map", "0", "-f", "null", "-"},
+			kFfmpegTimeoutMs, &check.error) != 0 &&
+	    check.error.empty())
+		check.error = "ffmpeg failed";
 	double first_audio = 1e18;
 	double first_video = 1e18;
 	for (const MediaStream &stream : packets.streams) {

@@ -29,13 +29,6 @@ struct MediaPackets {
 
 MediaPackets read_packets(const std::string &path);
 
-// What ffmpeg says while it decodes every stream of the file to nothing; empty when it
-// decodes cleanly from the first packet.
-std::string decode_errors(const std::string &path);
-
-// The longest time between two packets that follow each other in presentation order.
-double longest_gap(const MediaStream &stream);
-
 // What a recording says about the stream in it.
 struct StreamCheck {
 	std::string error; // what the demuxer or the decoder said; empty when the stream is clean

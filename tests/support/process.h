@@ -8,9 +8,8 @@
 // Programs the tests run (servers, Xvfb, ffprobe), and what the test process itself holds.
 namespace cvtest {
 
-// A program run as a direct child of the test process, reaped by whoever stops it (this
-// machine's first process does not reap orphans). It is killed when the thread that
-// started it ends, so a crashed test leaves nothing behind.
+// A child of the test process, reaped by whoever stops it (PID 1 here does not reap), and
+// killed when the thread that started it ends, so a crashed test leaves nothing behind.
 class ChildProcess {
 public:
 	ChildProcess() = default;

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <netinet/in.h>
-#include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -20,12 +20,19 @@ namespace {
 
 constexpr int kStartTimeoutMs = 10000;
 
-uint16_t free_port(int type)
+sockaddr_in loopback(uint16_t port)
 {
-	const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
 	sockaddr_in addr{};
 	addr.sin_family = AF_INET;
 	addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+	addr.sin_port = htons(port);
+	return addr;
+}
+
+uint16_t free_port(int type)
+{
+	const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+	sockaddr_in addr = loopback(0);
 	socklen_t len = sizeof(addr);
 	uint16_t port = 0;
 	if (fd >= 0 && bind(fd, (sockaddr *)&addr, sizeof(addr)) == 0 && getsockname(fd, (sockaddr *)&addr, &len) == 0)
@@ -35,22 +42,18 @@ uint16_t free_port(int type)
 	return port;
 }
 
-// Whether some socket is bound to the port on 127.0.0.1: for TCP one that listens.
+// Whether a server has the port on 127.0.0.1: it cannot be bound. For TCP a port that the
+// previous run left in TIME_WAIT is free.
 bool port_taken(uint16_t port, bool udp)
 {
-	std::ifstream table(udp ? "/proc/net/udp" : "/proc/net/tcp");
-	std::string line;
-	std::getline(table, line);
-	char local[16];
-	snprintf(local, sizeof(local), "0100007F:%04X", port);
-	while (std::getline(table, line)) {
-		std::istringstream fields(line);
-		std::string slot, address, remote, state;
-		fields >> slot >> address >> remote >> state;
-		if (address == local && (udp || state == "0A"))
-			return true;
-	}
-	return false;
+	const int fd = socket(AF_INET, (udp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
+	const int one = 1;
+	if (!udp)
+		setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof(one));
+	const sockaddr_in addr = loopback(port);
+	const bool taken = bind(fd, (const sockaddr *)&addr, sizeof(addr)) != 0 && errno == EADDRINUSE;
+	close(fd);
+	return taken;
 }
 
 } // namespace
@@ -129,13 +132,13 @@ std::vector<std::string> RtmpServer::command()
 			module = std::string(dir) + "/ngx_rtmp_module.so";
 	// One process in the foreground; file names carry the second of the publish and the
 	// server's run, so that runs within the same second keep their files apart.
-	std::ofstream(conf) << "daemon off;\nmaster_process off;\nworker_processes 1;\n"
-			    << "pid " << dir_ << "/nginx.pid;\nerror_log " << dir_ << "/error.log info;\n"
-			    << (module.empty() ? "" : "load_module " + module + ";\n")
-			    << "events { worker_connections 256; }\n"
-			    << "rtmp { server { listen 127.0.0.1:" << port_ << "; application live {\n"
-			    << "live on; record all; record_unique on; record_suffix -g" << run_ << ".flv;\n"
-			    << "record_path " << dir_ << "/recordings; } } }\n";
+	std::ofstream(conf)
+		<< "daemon off;\nmaster_process off;\nworker_processes 1;\n"
+		<< "pid " << dir_ << "/nginx.pid;\nerror_log " << dir_ << "/error.log info;\n"
+		<< (module.empty() ? "" : "load_module " + module + ";\n") << "events { worker_connections 256; }\n"
+		<< "rtmp { server { listen 127.0.0.1:" << port_ << "; application live {\n"
+		<< "live on; record all; record_unique on; record_suffix -g" << run_ << ".flv;\n"
+		<< "record_path " << dir_ << "/recordings; } } }\n";
 	return {"nginx", "-p", dir_ + "/", "-e", dir_ + "/error.log", "-c", conf};
 }
 
@@ -166,7 +169,8 @@ std::string SrtListener::url() const
 std::vector<std::string> SrtListener::command()
 {
 	return {"srt-live-transmit", "-a:no",
-		"srt://127.0.0.1:" + std::to_string(port_) + "?mode=listener" + (options_.empty() ? "" : "&" + options_),
+		"srt://127.0.0.1:" + std::to_string(port_) + "?mode=listener" +
+			(options_.empty() ? "" : "&" + options_),
 		"file://con"};
 }
 
@@ -194,9 +198,7 @@ std::vector<std::string> SrtListener::recordings()
 SilentTcpServer::SilentTcpServer()
 {
 	fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-	sockaddr_in addr{};
-	addr.sin_family = AF_INET;
-	addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+	sockaddr_in addr = loopback(0);
 	socklen_t len = sizeof(addr);
 	if (fd_ >= 0 && bind(fd_, (sockaddr *)&addr, sizeof(addr)) == 0 && listen(fd_, 64) == 0 &&
 	    getsockname(fd_, (sockaddr *)&addr, &len) == 0)
