@@ -15,13 +15,13 @@ void log_at(int level, const char *format, va_list args)
 
 } // namespace
 
-#define CV_LOG_FUNCTION(name, level)             \
-	void name(const char *format, ...)       \
-	{                                        \
-		va_list args;                    \
-		va_start(args, format);          \
-		log_at(level, format, args);     \
-		va_end(args);                    \
+#define CV_LOG_FUNCTION(name, level)         \
+	void name(const char *format, ...)   \
+	{                                    \
+		va_list args;                \
+		va_start(args, format);      \
+		log_at(level, format, args); \
+		va_end(args);                \
 	}
 
 CV_LOG_FUNCTION(log_debug, LOG_DEBUG)

@@ -50,8 +50,8 @@ bool VerticalCanvas::init()
 
 	const std::string problem = canvas_format_problem(width_, height_, fps_num_, fps_den_);
 	if (!problem.empty()) {
-		log_error("Invalid canvas format %ux%u @ %u/%u fps — %s", width_, height_, fps_num_,
-		     fps_den_, problem.c_str());
+		log_error("Invalid canvas format %ux%u @ %u/%u fps — %s", width_, height_, fps_num_, fps_den_,
+			  problem.c_str());
 		return false;
 	}
 
@@ -405,8 +405,8 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 	obs_sceneitem_set_info(item, &info);
 #endif
 
-	log_debug("Source '%s' placed: src=%ux%u scale=%.4f pos=(%.1f,%.1f)",
-	     obs_source_get_name(source), sw, sh, placement.scale, placement.x, placement.y);
+	log_debug("Source '%s' placed: src=%ux%u scale=%.4f pos=(%.1f,%.1f)", obs_source_get_name(source), sw, sh,
+		  placement.scale, placement.x, placement.y);
 }
 
 void VerticalCanvas::show_on_view(const VerticalScene *entry)

@@ -93,13 +93,12 @@ bool VerticalOutput::start()
 		return false;
 	}
 	if (output_ && obs_output_active(output_)) {
-		log_warning("VerticalOutput::start — already active (%s)",
-		     or_unknown(active_encoder_));
+		log_warning("VerticalOutput::start — already active (%s)", or_unknown(active_encoder_));
 		return true;
 	}
 	if (url_.empty()) {
 		log_error("Vertical output start failed: RTMP URL is empty. Configure it in Tools → Corvane Vertical "
-		     "Streaming Settings.");
+			  "Streaming Settings.");
 		return false;
 	}
 	return start_with_fallback();
@@ -122,12 +121,13 @@ bool VerticalOutput::start_with_fallback()
 
 		video_t *video = canvas_->video();
 		log_debug("pre-start: encoder=%s video_t=%p audio_t=%p video_enc=%p audio_enc0=%p audio_tracks=%zu "
-		     "output=%p", id, static_cast<void *>(video), static_cast<void *>(canvas_->audio()),
-		     static_cast<void *>(video_encoder_.Get()), static_cast<void *>(audio_encoders_[0].Get()),
-		     audio_encoder_count_, static_cast<void *>(output_.Get()));
+			  "output=%p",
+			  id, static_cast<void *>(video), static_cast<void *>(canvas_->audio()),
+			  static_cast<void *>(video_encoder_.Get()), static_cast<void *>(audio_encoders_[0].Get()),
+			  audio_encoder_count_, static_cast<void *>(output_.Get()));
 		if (video)
 			log_debug("video_output: width=%u height=%u", video_output_get_width(video),
-			     video_output_get_height(video));
+				  video_output_get_height(video));
 		// The address as the log may show it: no key, no SRT secret.
 		log_info("Vertical output starting: %s", mask_url_for_log(url_, key_).c_str());
 
@@ -166,8 +166,8 @@ void VerticalOutput::update_config(const OutputConfig &config)
 	bitrate_kbps_ = config.bitrate_kbps;
 	encoder_preset_ = config.encoder_preset;
 	preferred_encoder_ = config.preferred_encoder;
-	log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)",
-	     mask_url_for_log(url_, key_).c_str(), preferred_encoder_.c_str());
+	log_info("VerticalOutput config updated (url: %s, preferred_encoder: %s)", mask_url_for_log(url_, key_).c_str(),
+		 preferred_encoder_.c_str());
 }
 
 bool VerticalOutput::create_video_encoder(const char *id)
@@ -225,7 +225,7 @@ bool VerticalOutput::create_audio_encoders()
 		audio_encoder_count_++;
 	}
 	log_debug("Created %zu audio encoders for output tracks 0..%zu", audio_encoder_count_,
-	     audio_encoder_count_ - 1);
+		  audio_encoder_count_ - 1);
 	return true;
 }
 

@@ -198,7 +198,7 @@ bool Plugin::build_runtime()
 	canvas_ = std::move(canvas);
 	output_ = std::move(output);
 	log_debug("Runtime created: %ux%u @ %u/%u fps", canvas_settings.width, canvas_settings.height,
-		 canvas_settings.fps_num, canvas_settings.fps_den);
+		  canvas_settings.fps_num, canvas_settings.fps_den);
 	return true;
 }
 

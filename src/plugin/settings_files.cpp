@@ -82,8 +82,7 @@ std::string scene_key(uint64_t position, const char *what)
 
 void SettingsFiles::open_global()
 {
-	open_file(global_, host_string(obs_module_get_config_path(obs_current_module(), kGlobalConfigFile)),
-		  "global");
+	open_file(global_, host_string(obs_module_get_config_path(obs_current_module(), kGlobalConfigFile)), "global");
 	dock_ = {};
 	if (!global_)
 		return;

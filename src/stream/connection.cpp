@@ -189,8 +189,10 @@ bool Connection::start(const StreamLayout &layout, std::string *error)
 	if (!left_out.empty()) {
 		static std::once_flag warned;
 		std::call_once(warned, [&] {
-			log_warning("This FFmpeg writes one audio track into FLV; left out audio track(s) %s of the RTMP "
-			     "stream", left_out.c_str());
+			log_warning(
+				"This FFmpeg writes one audio track into FLV; left out audio track(s) %s of the RTMP "
+				"stream",
+				left_out.c_str());
 		});
 	}
 

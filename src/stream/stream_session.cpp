@@ -114,7 +114,7 @@ void StreamSession::push(QueuedPacket packet)
 	wake_.notify_one();
 	if (began)
 		log_warning("Vertical stream falling behind (%.1f s queued): dropping frames",
-		     double(behind_usec) / 1e6);
+			    double(behind_usec) / 1e6);
 }
 
 void StreamSession::encoder_failed()
@@ -173,8 +173,7 @@ SessionStats StreamSession::stats() const
 void StreamSession::run()
 {
 	if (const std::string problem = stream_url_problem(destination_.url); !problem.empty()) {
-		log_error("Unusable stream address (%s): %s", problem.c_str(),
-		     destination_.log_url.c_str());
+		log_error("Unusable stream address (%s): %s", problem.c_str(), destination_.log_url.c_str());
 		fail(Failure::Stream, kRejectedError);
 		return;
 	}
@@ -202,12 +201,13 @@ void StreamSession::run()
 					error = "no answer within 10 s";
 				if (!ever_connected) {
 					log_error("Vertical stream could not connect to %s: %s",
-					     destination_.log_url.c_str(), error.c_str());
+						  destination_.log_url.c_str(), error.c_str());
 					fail(Failure::Stream, timed_out ? kNoAnswerError : kRejectedError);
 					break;
 				}
 				const milliseconds delay = retry_delay(++attempt);
-				log_warning("Reconnect attempt %u failed: %s; next attempt in %.2f s", attempt, error.c_str(), double(delay.count()) / 1000);
+				log_warning("Reconnect attempt %u failed: %s; next attempt in %.2f s", attempt,
+					    error.c_str(), double(delay.count()) / 1000);
 				if (!sleep_unless_stopped(delay))
 					break;
 				continue;
@@ -227,11 +227,11 @@ void StreamSession::run()
 			}
 			if (ever_connected) {
 				log_info("Vertical stream reconnected after %.1f s (attempt %u)",
-				     seconds_since(lost_at), attempt + 1);
+					 seconds_since(lost_at), attempt + 1);
 				tell(events_.connected);
 			} else {
-				log_info("Vertical stream connected to %s in %d ms",
-				     destination_.log_url.c_str(), connect_ms);
+				log_info("Vertical stream connected to %s in %d ms", destination_.log_url.c_str(),
+					 connect_ms);
 			}
 			ever_connected = true;
 			attempt = 0;
@@ -239,8 +239,7 @@ void StreamSession::run()
 			lost = pump(connection, &error);
 			if (lost) {
 				lost_at = Clock::now();
-				log_warning("Vertical stream lost its connection: %s; reconnecting",
-				     error.c_str());
+				log_warning("Vertical stream lost its connection: %s; reconnecting", error.c_str());
 				// Said before the state shows it, so whoever sees the state finds the text.
 				tell(events_.reconnecting);
 			}
@@ -279,7 +278,7 @@ void StreamSession::run()
 	if (encoder_error)
 		fail(Failure::Encoder, "");
 	log_info("Vertical stream ended: %.1f MB sent, %llu video frames dropped, %u reconnects",
-	     double(totals.bytes_sent) / 1e6, (unsigned long long)totals.dropped.video_frames, totals.reconnects);
+		 double(totals.bytes_sent) / 1e6, (unsigned long long)totals.dropped.video_frames, totals.reconnects);
 }
 
 bool StreamSession::connect(Connection &connection, std::string *error)
@@ -330,8 +329,9 @@ bool StreamSession::pump(Connection &connection, std::string *error)
 		}
 		if (settled)
 			log_info("Vertical stream caught up after %.1f s: %llu video frames and %llu audio packets "
-			     "dropped so far", seconds_since(drop_began), (unsigned long long)dropped.video_frames,
-			     (unsigned long long)dropped.audio_packets);
+				 "dropped so far",
+				 seconds_since(drop_began), (unsigned long long)dropped.video_frames,
+				 (unsigned long long)dropped.audio_packets);
 
 		// The connection writes a reference to the payload with its own timing; the packet
 		// itself is kept, unchanged, with the rest of its group of pictures.
