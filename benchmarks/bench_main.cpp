@@ -3,7 +3,7 @@
 // (--benchmark_filter, --benchmark_repetitions, --benchmark_format=json, ...).
 // The host's log is shown only with CV_BENCH_VERBOSE=1.
 
-#include "bench_service.h"
+#include "side_by_side.h"
 #include "replay_encoders.h"
 #include "timed_mux_output.h"
 

@@ -4,7 +4,7 @@
 // machine pays (the software renderer included); the plug-in's own part is its
 // encoded-packet callback plus its stream thread.
 
-#include "bench_service.h"
+#include "side_by_side.h"
 #include "bench_util.h"
 #include "timed_mux_output.h"
 

@@ -4,7 +4,7 @@
 // beside the host's output in the same stall.
 
 #include "bare_ffmpeg_mux.h"
-#include "bench_service.h"
+#include "side_by_side.h"
 #include "bench_util.h"
 #include "replay_encoders.h"
 #include "timed_mux_output.h"

@@ -7,7 +7,7 @@
 // waits 2 s before its first retry, restarts the encoders on success, and so sends a
 // fresh keyframe right away.
 
-#include "bench_service.h"
+#include "side_by_side.h"
 #include "bench_util.h"
 #include "timed_mux_output.h"
 

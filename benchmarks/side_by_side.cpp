@@ -1,4 +1,4 @@
-#include "bench_service.h"
+#include "side_by_side.h"
 
 namespace cvbench {
 

@@ -2,7 +2,7 @@
 // the RTMP server: the vertical output (its encoder fallback included) beside the
 // host's own "rtmp_output" started on the very same encoders afterwards.
 
-#include "bench_service.h"
+#include "side_by_side.h"
 #include "bench_util.h"
 #include "timed_mux_output.h"
 
