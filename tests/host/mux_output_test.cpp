@@ -112,8 +112,8 @@ TEST_F(MuxOutputTest, StreamsDecodeFromTheirFirstFrame)
 }
 
 // While the vertical output hangs on a server that accepts and never answers, or on an
-// SRT address where nothing answers, the host's own stream keeps sending, and stopping
-// the vertical output returns at once.
+// SRT address where nothing answers, the host's own stream keeps sending and decodes
+// without a gap, and stopping the vertical output returns at once.
 TEST_F(MuxOutputTest, TheHostsStreamNeverWaitsForTheVerticalOne)
 {
 	std::string error;
@@ -161,4 +161,8 @@ TEST_F(MuxOutputTest, TheHostsStreamNeverWaitsForTheVerticalOne)
 	}
 	obs_output_stop(main.output);
 	ASSERT_TRUE(cvtest::wait_until([&] { return !obs_output_active(main.output); }, 10000));
+	nginx.stop();
+	const cvtest::StreamCheck check = cvtest::check_stream(nginx.recordings("main").at(0));
+	EXPECT_EQ(check.error, "");
+	EXPECT_LT(check.longest_gap, 0.1) << "seconds missing from the host's stream";
 }

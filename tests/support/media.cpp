@@ -97,11 +97,13 @@ StreamCheck check_stream(const std::string &path)
 			else
 				first_audio = std::min(first_audio, packet.pts);
 		}
+		std::sort(pts.begin(), pts.end());
+		for (size_t i = 1; i < pts.size(); i++)
+			check.longest_gap = std::max(check.longest_gap, pts[i] - pts[i - 1]);
 		if (&stream != packets.first("video"))
 			continue;
 		check.video_packets = stream.packets.size();
 		check.starts_with_keyframe = !stream.packets.empty() && stream.packets.front().key;
-		std::sort(pts.begin(), pts.end());
 		check.unique_video_pts = std::adjacent_find(pts.begin(), pts.end()) == pts.end();
 		if (!pts.empty())
 			check.video_seconds = pts.back() - pts.front();

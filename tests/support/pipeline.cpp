@@ -102,11 +102,6 @@ bool MuxPipeline::create(const std::string &server, const std::string &key)
 	return true;
 }
 
-bool MuxPipeline::start()
-{
-	return obs_output_start(output_);
-}
-
 void MuxPipeline::stop()
 {
 	obs_output_stop(output_);
@@ -127,12 +122,6 @@ cv::SessionStats MuxPipeline::stats() const
 bool MuxPipeline::wait_connected(int timeout_ms) const
 {
 	return wait_until([this] { return stats().connected; }, timeout_ms);
-}
-
-const char *MuxPipeline::last_error() const
-{
-	const char *error = output_ ? obs_output_get_last_error(output_) : nullptr;
-	return error ? error : "";
 }
 
 std::vector<long long> MuxPipeline::stop_codes() const

@@ -45,14 +45,14 @@ public:
 	// Creates the encoders and the output for a server and key; false when libobs
 	// refuses one of them.
 	bool create(const std::string &server, const std::string &key);
-	bool start();
+	bool start() { return obs_output_start(output_); }
 	void stop();
 	// Waits until the output is inactive (a stop it signalled itself, or ours).
 	bool wait_inactive(int timeout_ms);
 
 	obs_output_t *output() const { return output_; }
 	cv::VerticalCanvas &canvas() const { return *canvas_; }
-	const char *last_error() const;
+	const char *last_error() const { return obs_output_get_last_error(output_); }
 
 	// Codes of every "stop" signal the output emitted.
 	std::vector<long long> stop_codes() const;
