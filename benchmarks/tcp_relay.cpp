@@ -1,5 +1,7 @@
 #include "tcp_relay.h"
 
+#include "servers.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
@@ -23,15 +25,6 @@ uint64_t now_ns()
 	return uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(
 				std::chrono::steady_clock::now().time_since_epoch())
 				.count());
-}
-
-sockaddr_in loopback(uint16_t port)
-{
-	sockaddr_in addr{};
-	addr.sin_family = AF_INET;
-	addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-	addr.sin_port = htons(port);
-	return addr;
 }
 
 // Sends everything, waiting for room when the peer is slow.

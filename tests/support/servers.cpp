@@ -16,10 +16,6 @@
 
 namespace cvtest {
 
-namespace {
-
-constexpr int kStartTimeoutMs = 10000;
-
 sockaddr_in loopback(uint16_t port)
 {
 	sockaddr_in addr{};
@@ -28,6 +24,10 @@ sockaddr_in loopback(uint16_t port)
 	addr.sin_port = htons(port);
 	return addr;
 }
+
+namespace {
+
+constexpr int kStartTimeoutMs = 10000;
 
 uint16_t free_port(int type)
 {

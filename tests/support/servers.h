@@ -3,13 +3,14 @@
 #include "process.h"
 
 #include <cstdint>
+#include <netinet/in.h>
 #include <string>
 #include <vector>
 
-// Real servers on 127.0.0.1, children of the test process, each with a private folder
-// (kept when CV_KEEP_SERVER_FILES is set).
+// Real servers on 127.0.0.1, children of the test process, with private folders.
 namespace cvtest {
 
+sockaddr_in loopback(uint16_t port); // 127.0.0.1:port
 uint16_t free_tcp_port();
 uint16_t free_udp_port();
 
