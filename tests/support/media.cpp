@@ -90,6 +90,8 @@ StreamCheck check_stream(const std::string &path)
 		for (size_t i = 0; i < stream.packets.size(); i++) {
 			const MediaPacket &packet = stream.packets[i];
 			check.dts_increasing &= !i || packet.dts > stream.packets[i - 1].dts;
+			if (i)
+				check.longest_gap = std::max(check.longest_gap, packet.dts - stream.packets[i - 1].dts);
 			check.pts_not_before_dts &= packet.pts >= packet.dts;
 			pts.push_back(packet.pts);
 			if (video)
@@ -98,8 +100,6 @@ StreamCheck check_stream(const std::string &path)
 				first_audio = std::min(first_audio, packet.pts);
 		}
 		std::sort(pts.begin(), pts.end());
-		for (size_t i = 1; i < pts.size(); i++)
-			check.longest_gap = std::max(check.longest_gap, pts[i] - pts[i - 1]);
 		if (&stream != packets.first("video"))
 			continue;
 		check.video_packets = stream.packets.size();

@@ -42,7 +42,7 @@ struct StreamCheck {
 	bool pts_not_before_dts = true;
 	bool unique_video_pts = true;
 	double video_seconds = 0; // from the first presented frame to the last
-	double longest_gap = 0;   // between frames that follow each other in presentation order
+	double longest_gap = 0;   // between packets that follow each other in decoding order
 };
 
 StreamCheck check_stream(const std::string &path);
