@@ -10,18 +10,36 @@
 
 namespace cv {
 
+// One place the vertical stream goes to. The key stays out of every log line.
+struct DestinationSettings {
+	std::string name;
+	std::string url;
+	std::string key;
+	bool enabled = true;
+};
+
+// How many destinations a profile can hold.
+inline constexpr size_t kMaxDestinations = 8;
+// The host's audio tracks, counted from 1 as its settings show them.
+inline constexpr uint32_t kAudioTracks = 6;
+
+// The name a destination has until the user gives it one: "Destination <position>".
+std::string default_destination_name(size_t index);
+
 // Per-profile settings. The member initialisers are the defaults.
 struct PluginConfig {
-	std::string rtmpurl;
-	std::string streamkey;
+	// The first is always there; it is the one older versions knew.
+	std::vector<DestinationSettings> destinations{{default_destination_name(0), "", "", true}};
 	uint32_t videobitrate = 4000;
 	uint32_t canvaswidth = 1080;
 	uint32_t canvasheight = 1920;
 	uint32_t fpsnum = 30;
 	uint32_t fpsden = 1;
 	bool autostartwithmain = true;
+	bool autorecordwithmain = true;
 	std::string encoderpreset = "veryfast";
 	bool useactivesceneaudio = true;
+	uint32_t audiotrack = 1;
 };
 
 // Placement of the dock in the host's main window, kept for all profiles. `visible`
@@ -52,6 +70,7 @@ struct CanvasConfig {
 	uint32_t fps_num = 30;
 	uint32_t fps_den = 1;
 	bool use_active_scene_audio = true;
+	uint32_t audio_track = 0; // the host's track, from 0
 };
 
 // The video bitrates offered, in kbit/s.
@@ -60,17 +79,18 @@ inline constexpr uint32_t kMaxVideoKbps = 51000;
 
 // What the vertical output is built from.
 struct OutputConfig {
-	std::string url;
-	std::string key;
+	std::vector<DestinationSettings> destinations;
 	uint32_t bitrate_kbps = 4000;
 	std::string encoder_preset = "veryfast";
 	std::string preferred_encoder = "auto";
 };
 
+// An audio track outside 1 to 6 (a hand-edited file) is track 1, with a warning.
 CanvasConfig canvas_config(const PluginConfig &config);
 // A bitrate outside the offered range (a hand-edited file) is brought into it, with a
 // warning: some of the host's encoders refuse to start without one. The encoder is
-// always chosen by the fallback order ("auto").
+// always chosen by the fallback order ("auto"). Destinations without a name get their
+// default one.
 OutputConfig output_config(const PluginConfig &config);
 
 } // namespace cv

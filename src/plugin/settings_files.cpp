@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <type_traits>
+#include <variant>
 
 namespace cv {
 
@@ -73,6 +75,41 @@ uint32_t get_uint32(config_t *config, const char *key)
 	return uint32_t(std::min<uint64_t>(config_get_uint(config, kSection, key), UINT32_MAX));
 }
 
+// The profile's settings besides the destinations, with the keys they are kept under.
+struct Field {
+	const char *key;
+	std::variant<std::string PluginConfig::*, uint32_t PluginConfig::*, bool PluginConfig::*> member;
+};
+
+const Field kFields[] = {
+	{"videobitrate", &PluginConfig::videobitrate},
+	{"canvaswidth", &PluginConfig::canvaswidth},
+	{"canvasheight", &PluginConfig::canvasheight},
+	{"fpsnum", &PluginConfig::fpsnum},
+	{"fpsden", &PluginConfig::fpsden},
+	{"autostartwithmain", &PluginConfig::autostartwithmain},
+	{"autorecordwithmain", &PluginConfig::autorecordwithmain},
+	{"encoderpreset", &PluginConfig::encoderpreset},
+	{"useactivesceneaudio", &PluginConfig::useactivesceneaudio},
+	{"audiotrack", &PluginConfig::audiotrack},
+};
+
+// The first destination lives in the main section; the others in "Destination2", ...
+constexpr const char *kDestinationKeys[] = {"name", "url", "key", "enabled"};
+
+std::string destination_section(size_t index)
+{
+	return "Destination" + std::to_string(index + 1);
+}
+
+bool has_section(config_t *config, const char *section)
+{
+	for (const char *key : kDestinationKeys)
+		if (config_has_user_value(config, section, key))
+			return true;
+	return false;
+}
+
 std::string scene_key(uint64_t position, const char *what)
 {
 	return "scene_" + std::to_string(position) + "_" + what;
@@ -107,17 +144,24 @@ void SettingsFiles::open_profile()
 	open_file(profile_, dir.empty() ? dir : dir + "/" + kProfileConfigFile, "profile");
 	if (!profile_)
 		return;
-	const PluginConfig d;
-	config_set_default_string(profile_, kSection, "rtmpurl", d.rtmpurl.c_str());
-	config_set_default_string(profile_, kSection, "streamkey", d.streamkey.c_str());
-	config_set_default_uint(profile_, kSection, "videobitrate", d.videobitrate);
-	config_set_default_uint(profile_, kSection, "canvaswidth", d.canvaswidth);
-	config_set_default_uint(profile_, kSection, "canvasheight", d.canvasheight);
-	config_set_default_uint(profile_, kSection, "fpsnum", d.fpsnum);
-	config_set_default_uint(profile_, kSection, "fpsden", d.fpsden);
-	config_set_default_bool(profile_, kSection, "autostartwithmain", d.autostartwithmain);
-	config_set_default_string(profile_, kSection, "encoderpreset", d.encoderpreset.c_str());
-	config_set_default_bool(profile_, kSection, "useactivesceneaudio", d.useactivesceneaudio);
+	const PluginConfig defaults;
+	for (const Field &field : kFields)
+		std::visit(
+			[&](auto member) {
+				using Value = std::decay_t<decltype(defaults.*member)>;
+				if constexpr (std::is_same_v<Value, std::string>)
+					config_set_default_string(profile_, kSection, field.key,
+								  (defaults.*member).c_str());
+				else if constexpr (std::is_same_v<Value, bool>)
+					config_set_default_bool(profile_, kSection, field.key, defaults.*member);
+				else
+					config_set_default_uint(profile_, kSection, field.key, defaults.*member);
+			},
+			field.member);
+	config_set_default_string(profile_, kSection, "rtmpurl", "");
+	config_set_default_string(profile_, kSection, "streamkey", "");
+	config_set_default_string(profile_, kSection, "name1", default_destination_name(0).c_str());
+	config_set_default_bool(profile_, kSection, "enabled1", true);
 }
 
 PluginConfig SettingsFiles::profile() const
@@ -125,16 +169,34 @@ PluginConfig SettingsFiles::profile() const
 	PluginConfig c;
 	if (!profile_)
 		return c;
-	c.rtmpurl = get_string(profile_, kSection, "rtmpurl");
-	c.streamkey = get_string(profile_, kSection, "streamkey");
-	c.videobitrate = get_uint32(profile_, "videobitrate");
-	c.canvaswidth = get_uint32(profile_, "canvaswidth");
-	c.canvasheight = get_uint32(profile_, "canvasheight");
-	c.fpsnum = get_uint32(profile_, "fpsnum");
-	c.fpsden = get_uint32(profile_, "fpsden");
-	c.autostartwithmain = config_get_bool(profile_, kSection, "autostartwithmain");
-	c.encoderpreset = get_string(profile_, kSection, "encoderpreset");
-	c.useactivesceneaudio = config_get_bool(profile_, kSection, "useactivesceneaudio");
+	for (const Field &field : kFields)
+		std::visit(
+			[&](auto member) {
+				using Value = std::decay_t<decltype(c.*member)>;
+				if constexpr (std::is_same_v<Value, std::string>)
+					c.*member = get_string(profile_, kSection, field.key);
+				else if constexpr (std::is_same_v<Value, bool>)
+					c.*member = config_get_bool(profile_, kSection, field.key);
+				else
+					c.*member = get_uint32(profile_, field.key);
+			},
+			field.member);
+	c.destinations = {{get_string(profile_, kSection, "name1"), get_string(profile_, kSection, "rtmpurl"),
+			   get_string(profile_, kSection, "streamkey"),
+			   config_get_bool(profile_, kSection, "enabled1")}};
+	for (size_t i = 1; i < kMaxDestinations; i++) {
+		const std::string section = destination_section(i);
+		if (!has_section(profile_, section.c_str()))
+			continue;
+		const bool enabled = !config_has_user_value(profile_, section.c_str(), "enabled") ||
+				     config_get_bool(profile_, section.c_str(), "enabled");
+		c.destinations.push_back({get_string(profile_, section.c_str(), "name"),
+					  get_string(profile_, section.c_str(), "url"),
+					  get_string(profile_, section.c_str(), "key"), enabled});
+	}
+	for (size_t i = 0; i < c.destinations.size(); i++)
+		if (c.destinations[i].name.empty())
+			c.destinations[i].name = default_destination_name(i);
 	return c;
 }
 
@@ -142,16 +204,36 @@ void SettingsFiles::set_profile(const PluginConfig &c)
 {
 	if (!profile_)
 		return;
-	config_set_string(profile_, kSection, "rtmpurl", c.rtmpurl.c_str());
-	config_set_string(profile_, kSection, "streamkey", c.streamkey.c_str());
-	config_set_uint(profile_, kSection, "videobitrate", c.videobitrate);
-	config_set_uint(profile_, kSection, "canvaswidth", c.canvaswidth);
-	config_set_uint(profile_, kSection, "canvasheight", c.canvasheight);
-	config_set_uint(profile_, kSection, "fpsnum", c.fpsnum);
-	config_set_uint(profile_, kSection, "fpsden", c.fpsden);
-	config_set_bool(profile_, kSection, "autostartwithmain", c.autostartwithmain);
-	config_set_string(profile_, kSection, "encoderpreset", c.encoderpreset.c_str());
-	config_set_bool(profile_, kSection, "useactivesceneaudio", c.useactivesceneaudio);
+	for (const Field &field : kFields)
+		std::visit(
+			[&](auto member) {
+				using Value = std::decay_t<decltype(c.*member)>;
+				if constexpr (std::is_same_v<Value, std::string>)
+					config_set_string(profile_, kSection, field.key, (c.*member).c_str());
+				else if constexpr (std::is_same_v<Value, bool>)
+					config_set_bool(profile_, kSection, field.key, c.*member);
+				else
+					config_set_uint(profile_, kSection, field.key, c.*member);
+			},
+			field.member);
+	const DestinationSettings first = c.destinations.empty() ? DestinationSettings{} : c.destinations[0];
+	config_set_string(profile_, kSection, "name1", first.name.c_str());
+	config_set_string(profile_, kSection, "rtmpurl", first.url.c_str());
+	config_set_string(profile_, kSection, "streamkey", first.key.c_str());
+	config_set_bool(profile_, kSection, "enabled1", first.enabled);
+	for (size_t i = 1; i < kMaxDestinations; i++) {
+		const std::string section = destination_section(i);
+		if (i >= c.destinations.size()) {
+			for (const char *key : kDestinationKeys)
+				config_remove_value(profile_, section.c_str(), key);
+			continue;
+		}
+		const DestinationSettings &d = c.destinations[i];
+		config_set_string(profile_, section.c_str(), "name", d.name.c_str());
+		config_set_string(profile_, section.c_str(), "url", d.url.c_str());
+		config_set_string(profile_, section.c_str(), "key", d.key.c_str());
+		config_set_bool(profile_, section.c_str(), "enabled", d.enabled);
+	}
 	save_file(profile_, "profile");
 }
 

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <tuple>
 
 using Names = std::vector<std::string>;
 
@@ -59,8 +60,14 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 
 	cvtest::frontend::set_profile_dir(profile_dir() + "/nested/Main/");
 	cv::PluginConfig edited = load().settings();
-	edited.rtmpurl = " rtmp://ingest.example/app ";
-	edited.streamkey = "k\xE2\x82\xACy/with spaces";
+	// The first destination is where older versions kept the only one; a blank name reads
+	// as the default one.
+	EXPECT_EQ(edited.destinations.at(0).name, "Destination 1");
+	edited.destinations = {{"Main", " rtmp://ingest.example/app ", "k\xE2\x82\xACy/with spaces", false},
+			       {"", "srt://127.0.0.1:9000", "two", false},
+			       {"Shorts", "rtmp://shorts.example/app", "three", true}};
+	edited.audiotrack = 4;
+	edited.autorecordwithmain = false;
 	edited.videobitrate = 6000;
 	edited.canvaswidth = 720;
 	edited.fpsnum = 60000;
@@ -70,8 +77,20 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 	plugin->save_settings(edited);
 	plugin->unload();
 	const cv::PluginConfig read = load().settings();
-	EXPECT_EQ(read.rtmpurl, edited.rtmpurl);
-	EXPECT_EQ(read.streamkey, edited.streamkey);
+	ASSERT_EQ(read.destinations.size(), 3u);
+	edited.destinations[1].name = "Destination 2";
+	for (size_t i = 0; i < 3; i++)
+		EXPECT_EQ(std::tie(read.destinations[i].name, read.destinations[i].url, read.destinations[i].key,
+				   read.destinations[i].enabled),
+			  std::tie(edited.destinations[i].name, edited.destinations[i].url, edited.destinations[i].key,
+				   edited.destinations[i].enabled));
+	EXPECT_EQ(read.audiotrack, 4u);
+	EXPECT_FALSE(read.autorecordwithmain);
+	// Removed destinations leave nothing behind.
+	edited.destinations.resize(1);
+	plugin->save_settings(edited);
+	EXPECT_EQ(cvtest::read_file(profile_dir() + "/nested/Main/corvane-vertical-canvas.ini").find("three"),
+		  std::string::npos);
 	EXPECT_EQ(read.videobitrate, 6000u);
 	EXPECT_EQ(plugin->canvas()->width(), 720u) << "the canvas is built from the file";
 	EXPECT_EQ(read.fpsden, 1001u);
