@@ -102,8 +102,8 @@ void BM_StartToFirstByte(benchmark::State &state)
 	for (auto _ : state) {
 		const std::string suffix = "-" + std::to_string(run++);
 		cv::OutputConfig config;
-		config.url = server_url;
-		config.key = "vertical" + suffix;
+		const std::string key = "vertical" + suffix;
+		config.destinations = {{"", server_url, key}};
 		config.preferred_encoder = state.range(0) == 0 ? "auto" : "x264";
 		cv::VerticalOutput output(&canvas, config);
 		output.init();
@@ -111,7 +111,7 @@ void BM_StartToFirstByte(benchmark::State &state)
 		relay.forget_first_byte();
 		const uint64_t plugin_start = steady_ns();
 		const bool started = output.start();
-		const Arrival plugin = started ? wait_arrival(relay, server, config.key, plugin_start) : Arrival{};
+		const Arrival plugin = started ? wait_arrival(relay, server, key, plugin_start) : Arrival{};
 		// Let the connection finish and the stream flow before stopping it.
 		std::this_thread::sleep_for(std::chrono::seconds(1));
 		output.stop();

@@ -1,12 +1,16 @@
 #pragma once
 
+#include "shared_encoders.h"
+
 #include "base/settings.h"
+#include "stream/stream_session.h"
 
 #include <obs.hpp>
 
-#include <array>
-#include <cstddef>
+#include <atomic>
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,23 +18,28 @@ namespace cv {
 
 class VerticalCanvas;
 
-inline constexpr size_t kAudioTrackCount = 6;
-
-// "<base>_<seconds since the epoch>_<process-wide counter>": names of libobs objects
-// that stay distinct even when made within the same second.
-std::string make_unique_name(const char *base);
-
-// The encoder ids tried, in order, for a preferred encoder.
-const std::vector<const char *> &encoder_candidates(const std::string &preferred_encoder);
-
 // What a stream that stopped with an error has to say, in words for the user; called on
 // whichever thread the host reports the stop from.
 using StreamErrorHandler = std::function<void(const std::string &message)>;
 
-// The vertical stream: one video encoder on the canvas, six AAC encoders on the
-// host's audio tracks and one instance of the plug-in's own muxing output. Encoders
-// and output are made per start attempt, trying the encoder candidates in turn until
-// one of them gets the output running. The host's UI thread alone calls it.
+enum class StreamState { Stopped, Connecting, Live, Reconnecting, Failed };
+// "stopped", "connecting", "live", "reconnecting", "failed".
+const char *state_name(StreamState state);
+
+// One destination as it stands now. No key, no SRT secret.
+struct DestinationStatus {
+	std::string name;
+	bool enabled = true;
+	StreamState state = StreamState::Stopped;
+	std::string error; // why it failed, for the user
+	SessionStats stats;
+};
+
+// The vertical stream: one instance of the plug-in's output type per enabled destination,
+// each with its own connection, queue and reconnect, all fed by one shared encode. A
+// destination that fails stops alone; the error handler hears of it only when no other
+// destination still streams. The host's UI thread calls it; the host's stop signals come
+// from any thread.
 class VerticalOutput {
 public:
 	VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config, StreamErrorHandler on_error = {});
@@ -40,34 +49,31 @@ public:
 	VerticalOutput &operator=(const VerticalOutput &) = delete;
 
 	bool init();
-	// True when the output runs (or already ran).
+	// Starts every enabled destination that is not running; true when one runs.
 	bool start();
 	void stop();
+	// True while any destination runs.
 	bool is_active();
-	// Takes effect at the next start; a running stream is left as it is.
+	// Takes effect at the next start; running streams are left as they are.
 	void update_config(const OutputConfig &config);
 
+	std::vector<DestinationStatus> destinations() const;
+	// The encode the vertical recording shares.
+	SharedEncoders &encoders() { return encoders_; }
+
 private:
-	bool start_with_fallback();
-	bool create_video_encoder(const char *id);
-	bool create_audio_encoders();
-	bool create_output();
+	struct Target;
+	bool start_target(Target &target);
 	void release_all();
 	static void on_output_stop(void *data, calldata_t *calldata);
 
 	VerticalCanvas *canvas_;
-	std::string url_;
-	std::string key_;
-	uint32_t bitrate_kbps_;
-	std::string encoder_preset_;
-	std::string preferred_encoder_;
-	OBSEncoderAutoRelease video_encoder_;
-	std::array<OBSEncoderAutoRelease, kAudioTrackCount> audio_encoders_;
-	size_t audio_encoder_count_ = 0;
-	OBSOutputAutoRelease output_;
-	OBSSignal stop_signal_;
+	OutputConfig config_;
+	SharedEncoders encoders_;
 	StreamErrorHandler on_error_;
-	std::string active_encoder_;
+	std::vector<std::unique_ptr<Target>> targets_;
+	// Outputs running now; the stop signal that takes it to zero may show an error box.
+	std::atomic<int> running_{0};
 	bool initialised_ = false;
 };
 

@@ -3,6 +3,7 @@
 #include "host.h"
 #include "media.h"
 #include "pipeline.h"
+#include "process.h"
 #include "servers.h"
 #include "sources.h"
 #include "wait.h"
@@ -11,7 +12,9 @@
 #include "output/vertical_output.h"
 #include "stream/mux_output.h"
 
+#include <cmath>
 #include <memory>
+#include <tuple>
 #include <mutex>
 #include <utility>
 
@@ -50,9 +53,9 @@ protected:
 		HostTest::TearDown();
 	}
 
-	cv::VerticalOutput &make_output(const std::string &url, const std::string &key)
+	cv::VerticalOutput &make_output(const std::vector<cv::DestinationSettings> &destinations)
 	{
-		output_ = std::make_unique<cv::VerticalOutput>(canvas_.get(), cv::OutputConfig{url, key, 1000},
+		output_ = std::make_unique<cv::VerticalOutput>(canvas_.get(), cv::OutputConfig{destinations, 1000},
 							       [this](const std::string &error) {
 								       std::lock_guard lock(errors_mutex_);
 								       errors_.push_back(error);
@@ -76,22 +79,21 @@ protected:
 } // namespace
 
 // No address: nothing is made. "auto" tries the hardware encoders first; none works here,
-// so x264 streams, with every audio track. A start while live makes nothing new. Only a
+// so x264 streams, with the canvas's audio track. A start while live makes nothing new. Only a
 // stop with an error says something to the user: the output's last error, or a default.
 TEST_F(VerticalOutputTest, StartsWithAnEncoderThatWorksAndReportsOnlyErrorStops)
 {
-	EXPECT_FALSE(make_output("", "key").start());
+	EXPECT_FALSE(make_output({{"Blank", " ", "key"}}).start());
 	EXPECT_EQ(encoder_count(), 0u);
 	EXPECT_TRUE(cvtest::mux_outputs().empty());
 	cvtest::RtmpServer server;
 	std::string error;
 	ASSERT_TRUE(server.start(&error)) << error;
-	cv::VerticalOutput &output = make_output(server.app_url(), "errors");
+	cv::VerticalOutput &output = make_output({{"Only", server.app_url(), "errors"}});
 	ASSERT_TRUE(output.start());
 	obs_output_t *mux = cvtest::mux_outputs().at(0);
 	EXPECT_STREQ(obs_encoder_get_id(obs_output_get_video_encoder(mux)), "obs_x264");
-	for (size_t track = 0; track < cv::kAudioTrackCount; track++)
-		EXPECT_NE(obs_output_get_audio_encoder(mux, track), nullptr) << track;
+	EXPECT_NE(obs_output_get_audio_encoder(mux, 0), nullptr);
 	const size_t encoders = encoder_count();
 	EXPECT_TRUE(output.start());
 	EXPECT_EQ(encoder_count(), encoders);
@@ -121,17 +123,17 @@ TEST_F(VerticalOutputTest, StartsWithAnEncoderThatWorksAndReportsOnlyErrorStops)
 
 // New settings reach the next start; the running stream keeps its server. What arrives
 // shows the canvas, the cover placement of the scene from the top row to the bottom one,
-// with all six audio tracks; no secret reaches the log.
+// with its audio track; no secret reaches the log.
 TEST_F(VerticalOutputTest, TheStreamShowsTheCanvasAndNewSettingsWaitForTheNextStart)
 {
 	std::string error;
 	cvtest::RtmpServer nginx;
 	cvtest::SrtListener listener("passphrase=verysecret42");
 	ASSERT_TRUE(nginx.start(&error) && listener.start(&error)) << error;
-	cv::VerticalOutput &output = make_output(nginx.app_url(), "vertical-key");
+	cv::VerticalOutput &output = make_output({{"Main", nginx.app_url(), "vertical-key"}});
 	ASSERT_TRUE(output.start());
 	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
-	output.update_config(cv::OutputConfig{listener.url(), "vertical-key"});
+	output.update_config(cv::OutputConfig{{{"Main", listener.url(), "vertical-key"}}});
 	sleep_ms(1500);
 	output.stop();
 	// The host ends the capture on a thread of its own; until then a start only reports
@@ -147,7 +149,7 @@ TEST_F(VerticalOutputTest, TheStreamShowsTheCanvasAndNewSettingsWaitForTheNextSt
 	const cvtest::StreamCheck check = cvtest::check_stream(files[0]);
 	EXPECT_EQ(check.error, "");
 	EXPECT_TRUE(check.starts_with_keyframe);
-	EXPECT_EQ(check.audio_streams, cv::kAudioTrackCount);
+	EXPECT_EQ(check.audio_streams, 1u);
 	const std::vector<uint8_t> rgb = cvtest::decode_frame_rgb(files[0], 1.0);
 	ASSERT_EQ(rgb.size(), 360u * 640 * 3);
 	auto pixel = [&](double fx, double fy) {
@@ -166,4 +168,116 @@ TEST_F(VerticalOutputTest, TheStreamShowsTheCanvasAndNewSettingsWaitForTheNextSt
 	output_.reset();
 	EXPECT_TRUE(cvtest::mux_outputs().empty());
 	EXPECT_EQ(encoder_count(), 0u);
+}
+
+// Two destinations on nginx publish from one encode while one points where nothing
+// listens, one at a server that never answers and one is switched off: the first two
+// stream whole, nobody hears of the others' failures in a box, and each says how it is.
+TEST_F(VerticalOutputTest, DestinationsShareOneEncodeAndFailAlone)
+{
+	std::string error;
+	cvtest::RtmpServer nginx;
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	cvtest::SilentTcpServer silent;
+	const std::string nowhere = "rtmp://127.0.0.1:" + std::to_string(cvtest::free_tcp_port()) + "/live";
+	cv::VerticalOutput &output =
+		make_output({{"A", nginx.app_url(), "key-a"},
+			     {"B", nginx.app_url(), "key-b"},
+			     {"Refused", nowhere, "key-c"},
+			     {"Silent", "rtmp://127.0.0.1:" + std::to_string(silent.port()) + "/live", "key-d"},
+			     {"Off", nginx.app_url(), "key-e", false}});
+	ASSERT_TRUE(output.start());
+	EXPECT_EQ(encoder_count(), 2u) << "one video and one audio encoder for all";
+	ASSERT_TRUE(cvtest::wait_until([&] { return output.destinations()[1].state == cv::StreamState::Live; }, 20000));
+	sleep_ms(4000);
+	const std::vector<cv::DestinationStatus> status = output.destinations();
+	const std::vector<cv::StreamState> states = {cv::StreamState::Live, cv::StreamState::Live,
+						     cv::StreamState::Failed, cv::StreamState::Connecting,
+						     cv::StreamState::Stopped};
+	for (size_t i = 0; i < states.size(); i++)
+		EXPECT_EQ(status[i].state, states[i]) << status[i].name << ": " << status[i].error;
+	EXPECT_FALSE(status[4].enabled);
+	EXPECT_EQ(status[0].stats.dropped.video_frames + status[1].stats.dropped.video_frames, 0u);
+	output.stop();
+	ASSERT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 5000));
+	EXPECT_EQ(take_errors(), std::vector<std::string>{});
+	nginx.stop();
+	for (const char *key : {"key-a", "key-b"}) {
+		const cvtest::StreamCheck check = cvtest::check_stream(nginx.recordings(key).at(0));
+		EXPECT_EQ(check.error, "") << key;
+		EXPECT_TRUE(check.starts_with_keyframe) << key;
+		EXPECT_LT(check.longest_gap, 0.1) << key;
+		EXPECT_GT(check.video_seconds, 3.5) << key;
+	}
+	EXPECT_TRUE(nginx.recordings("key-e").empty());
+}
+
+// With the audio following the active vertical scene, the stream carries the tone of the
+// sources in that scene's host scene only, not the host's program, before and after a
+// switch; no source's mixer settings change.
+TEST_F(VerticalOutputTest, TheAudioIsTheActiveScenesOwn)
+{
+	std::vector<OBSSourceAutoRelease> tones;
+	std::vector<OBSSceneAutoRelease> scenes;
+	for (const int hz : {440, 1000, 2500}) {
+		const std::string wav = temp_dir() + "/" + std::to_string(hz) + ".wav";
+		std::string output;
+		ASSERT_EQ(cvtest::run_program({"ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i",
+					       "sine=frequency=" + std::to_string(hz) + ":duration=4", wav},
+					      20000, &output),
+			  0)
+			<< output;
+		OBSDataAutoRelease settings = obs_data_create();
+		obs_data_set_string(settings, "local_file", wav.c_str());
+		obs_data_set_bool(settings, "looping", true);
+		tones.emplace_back(obs_source_create("ffmpeg_source", wav.c_str(), settings, nullptr));
+		scenes.emplace_back(obs_scene_create(std::to_string(hz).c_str()));
+		obs_scene_add(scenes.back(), tones.back());
+	}
+	obs_source_set_audio_mixers(tones[1], 0b000011);
+	obs_source_set_volume(tones[1], 0.5f);
+	// The host's program plays the third tone.
+	obs_set_output_source(0, obs_scene_get_source(scenes[2]));
+	auto settings_of = [&] {
+		std::vector<std::tuple<uint32_t, float, int>> all;
+		for (const OBSSourceAutoRelease &tone : tones)
+			all.emplace_back(obs_source_get_audio_mixers(tone), obs_source_get_volume(tone),
+					 int(obs_source_get_monitoring_type(tone)));
+		return all;
+	};
+	const auto before = settings_of();
+	ASSERT_TRUE(canvas_->create_scene("Low") && canvas_->create_scene("High"));
+	ASSERT_TRUE(canvas_->assign_scene_source("Low", "440") && canvas_->assign_scene_source("High", "1000"));
+	ASSERT_TRUE(canvas_->set_active_scene("Low"));
+	std::string error;
+	cvtest::RtmpServer nginx;
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	cv::VerticalOutput &output = make_output({{"A", nginx.app_url(), "tones"}});
+	ASSERT_TRUE(output.start());
+	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
+	sleep_ms(3000);
+	ASSERT_TRUE(canvas_->set_active_scene("High"));
+	sleep_ms(3000);
+	output.stop();
+	ASSERT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 5000));
+	nginx.stop();
+	const std::vector<float> pcm = cvtest::decode_audio(nginx.recordings("tones").at(0), 8000);
+	ASSERT_GT(pcm.size(), 8000u * 5);
+	// Goertzel: the power of one frequency over 1.5 s of samples from `from`.
+	auto power = [&](size_t from, double hz) {
+		const double k = 2 * std::cos(2 * M_PI * hz / 8000);
+		double s1 = 0, s2 = 0;
+		for (size_t i = from; i < from + 12000; i++)
+			s2 = std::exchange(s1, pcm[i] + k * s1 - s2);
+		return s1 * s1 + s2 * s2 - k * s1 * s2;
+	};
+	for (const auto &[from, heard, silent] :
+	     {std::tuple{size_t(4000), 440.0, 1000.0}, std::tuple{pcm.size() - 14000, 1000.0, 440.0}}) {
+		EXPECT_GT(power(from, heard), 100 * power(from, silent)) << heard;
+		EXPECT_GT(power(from, heard), 100 * power(from, 2500.0)) << heard << " against the program's tone";
+	}
+	output_.reset();
+	canvas_.reset();
+	obs_set_output_source(0, nullptr);
+	EXPECT_EQ(settings_of(), before);
 }

@@ -105,9 +105,10 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		SCOPED_TRACE(c.what);
 		std::atomic<int> rejections{0}, other_errors{0};
 		const std::string url = expand_servers(c.url);
-		cv::VerticalOutput output(&canvas, cv::OutputConfig{url, c.key, 800}, [&](const std::string &error) {
-			++(error == cv::kRejectedError ? rejections : other_errors);
-		});
+		cv::VerticalOutput output(&canvas, cv::OutputConfig{{{"", url, c.key}}, 800},
+					  [&](const std::string &error) {
+						  ++(error == cv::kRejectedError ? rejections : other_errors);
+					  });
 		ASSERT_TRUE(output.init());
 		const bool started = output.start();
 		EXPECT_EQ(started, c.outcome != Outcome::NotStarted);
@@ -130,9 +131,10 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		sleep_ms(200);
 		EXPECT_LE(rejections, 1) << "a stop by the user is no error";
 		EXPECT_EQ(other_errors, 0);
-		if (c.key.size() >= 4 && c.key.find_first_not_of(' ') != std::string::npos)
+		if (c.key.size() >= 4 && c.key.find_first_not_of(' ') != std::string::npos) {
 			EXPECT_EQ(cvtest::log_count(c.key.substr(c.key.find_first_not_of(' '), 4)), 0u)
 				<< "key in the log";
+		}
 		if (c.outcome == Outcome::Streams && url.rfind("srt", 0) == 0) {
 			std::string error;
 			ASSERT_TRUE(srt_.start(&error)) << error; // it takes one caller per start

@@ -7,6 +7,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstring>
 #include <cstdio>
 
 namespace cvtest {
@@ -68,6 +69,20 @@ std::vector<uint8_t> decode_frame_rgb(const std::string &path, double at_seconds
 	const std::string bytes = read_file(frame);
 	std::remove(frame.c_str());
 	return std::vector<uint8_t>(bytes.begin(), bytes.end());
+}
+
+std::vector<float> decode_audio(const std::string &path, int rate)
+{
+	const std::string raw = path + ".f32";
+	std::string output;
+	run_program({"ffmpeg", "-nostdin", "-v", "error", "-y", "-i", path, "-map", "0:a:0", "-ac", "1", "-ar",
+		     std::to_string(rate), "-f", "f32le", raw},
+		    kFfmpegTimeoutMs, &output);
+	const std::string bytes = read_file(raw);
+	std::remove(raw.c_str());
+	std::vector<float> samples(bytes.size() / sizeof(float));
+	memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
+	return samples;
 }
 
 StreamCheck check_stream(const std::string &path)

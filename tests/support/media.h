@@ -51,4 +51,7 @@ StreamCheck check_stream(const std::string &path);
 // stream signals; empty when there is none.
 std::vector<uint8_t> decode_frame_rgb(const std::string &path, double at_seconds);
 
+// The first audio track, mixed down to mono at `rate` samples a second.
+std::vector<float> decode_audio(const std::string &path, int rate);
+
 } // namespace cvtest
