@@ -3,33 +3,17 @@
 #include "base/canvas_format.h"
 #include "base/log.h"
 #include "base/placement.h"
+#include "scene_audio.h"
 
 namespace cv {
-
-namespace {
-
-void clear_mixer_bit(obs_source_t *source)
-{
-	const uint32_t mixers = obs_source_get_audio_mixers(source);
-	if (mixers & kActiveSceneMixerBit)
-		obs_source_set_audio_mixers(source, mixers & ~kActiveSceneMixerBit);
-}
-
-void set_mixer_bit(obs_source_t *source)
-{
-	const uint32_t mixers = obs_source_get_audio_mixers(source);
-	if (!(mixers & kActiveSceneMixerBit))
-		obs_source_set_audio_mixers(source, mixers | kActiveSceneMixerBit);
-}
-
-} // namespace
 
 VerticalCanvas::VerticalCanvas(const CanvasConfig &config)
 	: width_(config.width),
 	  height_(config.height),
 	  fps_num_(config.fps_num),
 	  fps_den_(config.fps_den),
-	  use_active_scene_audio_(config.use_active_scene_audio)
+	  use_active_scene_audio_(config.use_active_scene_audio),
+	  audio_track_(config.audio_track)
 {
 }
 
@@ -61,8 +45,14 @@ bool VerticalCanvas::init()
 		return false;
 	}
 
-	if (use_active_scene_audio_)
-		apply_active_audio();
+	if (use_active_scene_audio_) {
+		scene_audio_ = std::make_unique<SceneAudio>(audio_track_);
+		if (!scene_audio_->init()) {
+			log_error("The vertical audio cannot follow the active scene — it is the whole track %u",
+				  audio_track_ + 1);
+			scene_audio_.reset();
+		}
+	}
 
 	// Only size and rate differ from the host; format, colour space, range and scaling
 	// stay as the host has them. Base and output size are equal: no rescale.
@@ -85,8 +75,6 @@ bool VerticalCanvas::init()
 		return false;
 	}
 
-	audio_ = obs_get_audio();
-
 	if (!create_scene("Scene 1"))
 		log_warning("Failed to create default scene");
 
@@ -105,7 +93,7 @@ void VerticalCanvas::teardown()
 {
 	// Take the active scene off the view before anything it shows is released.
 	obs_view_set_source(view_, 0, nullptr);
-	clear_active_audio();
+	scene_audio_.reset();
 
 	for (VerticalScene &entry : scenes_) {
 		release_assignment(entry);
@@ -118,7 +106,6 @@ void VerticalCanvas::teardown()
 		obs_view_remove(view_);
 		view_ = nullptr;
 	}
-	audio_ = nullptr;
 	video_ = nullptr;
 	initialised_ = false;
 	log_debug("Canvas shut down");
@@ -172,8 +159,7 @@ bool VerticalCanvas::remove_scene(const std::string &name)
 		active_index_ = 0;
 		show_on_view(&scenes_.front());
 	}
-	if (use_active_scene_audio_)
-		apply_active_audio();
+	apply_active_audio();
 
 	log_info("Scene removed: %s", name.c_str());
 	return true;
@@ -232,6 +218,7 @@ bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const st
 
 	if (source_name.empty()) {
 		place_source(*entry, nullptr);
+		apply_active_audio();
 		log_info("Scene '%s': source cleared", scene_name.c_str());
 		return true;
 	}
@@ -241,6 +228,7 @@ bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const st
 	// exist yet.
 	entry->source_name = source_name;
 	if (!source) {
+		apply_active_audio();
 		// The old picture stays in the private scene on purpose.
 		log_warning("assign_scene_source — OBS source not found: %s", source_name.c_str());
 		return false;
@@ -418,33 +406,32 @@ void VerticalCanvas::release_assignment(VerticalScene &entry)
 {
 	if (!entry.source)
 		return;
-	// The marker comes off whatever the option says, so the host's mixers are as the
-	// user left them once the source is no longer on the canvas.
-	clear_mixer_bit(entry.source);
 	obs_source_dec_showing(entry.source);
 	entry.source = nullptr;
 }
 
-void VerticalCanvas::clear_active_audio()
+audio_t *VerticalCanvas::audio() const
 {
-	if (!use_active_scene_audio_)
-		return;
-	for (const VerticalScene &entry : scenes_) {
-		if (entry.source)
-			clear_mixer_bit(entry.source);
-	}
+	return scene_audio_ ? scene_audio_->audio() : obs_get_audio();
+}
+
+size_t VerticalCanvas::audio_mix() const
+{
+	return scene_audio_ ? 0 : audio_track_;
+}
+
+void VerticalCanvas::rejoin_audio()
+{
+	if (scene_audio_)
+		scene_audio_->rejoin();
 }
 
 void VerticalCanvas::apply_active_audio()
 {
-	if (!use_active_scene_audio_)
+	if (!scene_audio_)
 		return;
-	clear_active_audio();
-	if (active_index_ >= 0 && size_t(active_index_) < scenes_.size()) {
-		obs_source_t *source = scenes_[size_t(active_index_)].source;
-		if (source)
-			set_mixer_bit(source);
-	}
+	const bool has_active = active_index_ >= 0 && size_t(active_index_) < scenes_.size();
+	scene_audio_->set_source(has_active ? scenes_[size_t(active_index_)].source.Get() : nullptr);
 }
 
 } // namespace cv

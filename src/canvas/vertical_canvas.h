@@ -5,13 +5,13 @@
 #include <obs.hpp>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace cv {
 
-// Audio mixer bit carried by the active vertical scene's source (the host's sixth track).
-inline constexpr uint32_t kActiveSceneMixerBit = 32;
+class SceneAudio;
 
 // One entry of the canvas's scene list: a private host scene showing one host source.
 struct VerticalScene {
@@ -40,7 +40,10 @@ public:
 	uint32_t fps_den() const { return fps_den_; }
 	obs_view_t *view() const { return view_; }
 	video_t *video() const { return video_; }
-	audio_t *audio() const { return audio_; }
+	// The vertical audio and its mix: the active vertical scene's sources on the chosen
+	// track when the audio follows the scene, else the host's whole track.
+	audio_t *audio() const;
+	size_t audio_mix() const;
 	bool initialised() const { return initialised_; }
 
 	// Scene list operations. Names are UTF-8 byte strings compared byte for byte.
@@ -63,6 +66,8 @@ public:
 	// Assigns every scene's source once more, for host scenes that did not exist when
 	// the list was restored.
 	void reassign_sources();
+	// After the host loaded another scene collection.
+	void rejoin_audio();
 
 private:
 	void teardown();
@@ -74,17 +79,17 @@ private:
 	void show_on_view(const VerticalScene *entry);
 	void release_assignment(VerticalScene &entry);
 	void apply_active_audio();
-	void clear_active_audio();
 
 	uint32_t width_;
 	uint32_t height_;
 	uint32_t fps_num_;
 	uint32_t fps_den_;
 	bool use_active_scene_audio_;
+	uint32_t audio_track_;
+	std::unique_ptr<SceneAudio> scene_audio_;
 	obs_video_info video_info_{};
 	OBSView view_;
 	video_t *video_ = nullptr;
-	audio_t *audio_ = nullptr;
 	std::vector<VerticalScene> scenes_;
 	int32_t active_index_ = -1;
 	bool initialised_ = false;

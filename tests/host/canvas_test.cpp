@@ -78,7 +78,7 @@ class CanvasWithoutHostVideo : public cvtest::HostTest {
 
 } // namespace
 
-// Its own size and rate, the host's colour format and audio; a private default scene the
+// Its own size and rate, the host's colour format; a private default scene the
 // host's scene list does not see; shut down and brought up again. Unusable sizes and
 // rates are refused.
 TEST_F(CanvasTest, ViewHasItsOwnSizeAndRateAndTheHostsFormat)
@@ -89,7 +89,6 @@ TEST_F(CanvasTest, ViewHasItsOwnSizeAndRateAndTheHostsFormat)
 		  (std::array<uint32_t, 4>{720, 1280, 30000, 1001}));
 	EXPECT_EQ(info->format, VIDEO_FORMAT_I444);
 	EXPECT_EQ(info->colorspace, VIDEO_CS_601);
-	EXPECT_EQ(canvas->audio(), obs_get_audio());
 	obs_video_info host = {};
 	ASSERT_TRUE(obs_get_video_info(&host));
 	EXPECT_EQ(host.base_width, 1920u) << "the host's canvas is untouched";
@@ -168,38 +167,4 @@ TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 	EXPECT_TRUE(canvas->assign_scene_source("B", ""));
 	EXPECT_FALSE(obs_source_showing(portrait));
 	EXPECT_FALSE(canvas->assign_scene_source("Missing", "Show"));
-}
-
-// The active scene's source carries the sixth mixer track; the user's own tracks stay.
-TEST_F(CanvasTest, AudioMarkerFollowsTheActiveScene)
-{
-	// Mixer tracks exist only on sources with audio: media sources without a file.
-	OBSSourceAutoRelease one = obs_source_create("ffmpeg_source", "One", nullptr, nullptr);
-	OBSSourceAutoRelease two = obs_source_create("ffmpeg_source", "Two", nullptr, nullptr);
-	obs_source_set_audio_mixers(one, 0b000101);
-	obs_source_set_audio_mixers(two, 0b000011);
-	using Mixers = std::array<uint32_t, 2>;
-	auto mixers = [&] {
-		return Mixers{obs_source_get_audio_mixers(one), obs_source_get_audio_mixers(two)};
-	};
-	ASSERT_TRUE(canvas->create_scene("B"));
-	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "One"));
-	ASSERT_TRUE(canvas->assign_scene_source("B", "Two"));
-	EXPECT_EQ(mixers(), (Mixers{0b100101, 0b000011}));
-	ASSERT_TRUE(canvas->set_active_scene("B"));
-	EXPECT_EQ(mixers(), (Mixers{0b000101, 0b100011}));
-	ASSERT_TRUE(canvas->remove_scene("B"));
-	EXPECT_EQ(mixers(), (Mixers{0b100101, 0b000011}));
-	canvas->shutdown();
-	EXPECT_EQ(mixers(), (Mixers{0b000101, 0b000011}));
-
-	// Without the option the marker is never added, but always taken off.
-	VerticalCanvas plain{CanvasConfig{1080, 1920, 30, 1, false}};
-	ASSERT_TRUE(plain.init());
-	obs_source_set_audio_mixers(two, 0b100010);
-	ASSERT_TRUE(plain.assign_scene_source("Scene 1", "One"));
-	EXPECT_EQ(mixers(), (Mixers{0b000101, 0b100010}));
-	ASSERT_TRUE(plain.assign_scene_source("Scene 1", "Two"));
-	ASSERT_TRUE(plain.assign_scene_source("Scene 1", ""));
-	EXPECT_EQ(mixers(), (Mixers{0b000101, 0b000010}));
 }

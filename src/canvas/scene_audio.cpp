@@ -1,0 +1,299 @@
+#include "scene_audio.h"
+
+#include "base/log.h"
+
+#include <media-io/audio-io.h>
+
+#include <chrono>
+#include <cstring>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace cv {
+
+namespace {
+
+// Channels the host's front end leaves alone: it uses the first seven.
+constexpr uint32_t kFirstFreeChannel = 8;
+constexpr uint32_t kChannels = 64;
+// Ticks held for the plug-in's audio output: about two seconds.
+constexpr size_t kMaxTicks = 96;
+// How long a teardown waits for encoders still stopping to let go of the audio output.
+constexpr auto kReleaseWait = std::chrono::seconds(3);
+
+struct Tick {
+	uint64_t timestamp = 0;
+	std::vector<float> samples; // planar: channel after channel, AUDIO_OUTPUT_FRAMES each
+};
+
+} // namespace
+
+// Shared by the private source (the host's audio thread), the tap on the host's track
+// (the same thread, right after the mix) and the plug-in's audio output (its own thread).
+struct SceneAudio::State {
+	obs_source_t *parent = nullptr; // the private source; set once at its creation
+	uint32_t track = 0;
+	size_t channels = 2;
+	size_t sample_rate = 48000;
+
+	std::mutex mutex; // guards everything below
+	OBSWeakSourceAutoRelease child;
+	// The child's mix of this tick, from its render until the tap gives it a timestamp.
+	std::vector<float> rendered;
+	uint64_t rendered_timestamp = 0;
+	std::deque<Tick> ticks;
+	uint64_t dropped_ticks = 0;
+};
+
+namespace {
+
+using State = SceneAudio::State;
+
+// The private source's data: the state it shares with its owner.
+struct SourceData {
+	std::shared_ptr<State> state;
+};
+
+const char *source_name(void *)
+{
+	return "Vertical scene audio";
+}
+
+void *source_create(obs_data_t *, obs_source_t *)
+{
+	return new SourceData;
+}
+
+void source_destroy(void *data)
+{
+	delete static_cast<SourceData *>(data);
+}
+
+OBSSource current_child(State &state)
+{
+	std::lock_guard lock(state.mutex);
+	OBSSourceAutoRelease child = obs_weak_source_get_source(state.child);
+	return OBSSource(child.Get());
+}
+
+void source_enum(void *data, obs_source_enum_proc_t callback, void *param)
+{
+	const std::shared_ptr<State> state = static_cast<SourceData *>(data)->state;
+	// Called without the lock: the callback walks the child's own tree.
+	if (OBSSource child = state ? current_child(*state) : OBSSource())
+		callback(state->parent, child, param);
+}
+
+// The host's audio thread, after the child's tree has been rendered for this tick.
+bool source_audio_render(void *data, uint64_t *, obs_source_audio_mix *, uint32_t, size_t, size_t)
+{
+	const std::shared_ptr<State> state = static_cast<SourceData *>(data)->state;
+	if (!state)
+		return false;
+	OBSSource child = current_child(*state);
+	const uint64_t timestamp = child ? obs_source_get_audio_timestamp(child) : 0;
+	std::lock_guard lock(state->mutex);
+	state->rendered.clear();
+	if (!child || obs_source_audio_pending(child) || !timestamp)
+		return false;
+	obs_source_audio_mix mix = {};
+	obs_source_get_audio_mix(child, &mix);
+	for (size_t ch = 0; ch < state->channels; ch++) {
+		const float *in = mix.output[state->track].data[ch];
+		state->rendered.insert(state->rendered.end(), in, in + AUDIO_OUTPUT_FRAMES);
+	}
+	state->rendered_timestamp = timestamp;
+	// Nothing for the host's own mixes.
+	return false;
+}
+
+// The host's audio thread, once the tick is mixed: the tick's timestamp. The child's
+// audio starts where its own timestamp falls in the tick; before it, silence.
+void on_host_tick(void *param, size_t, audio_data *data)
+{
+	auto *state = static_cast<State *>(param);
+	Tick tick;
+	tick.timestamp = data->timestamp;
+	tick.samples.assign(state->channels * AUDIO_OUTPUT_FRAMES, 0.0f);
+	std::lock_guard lock(state->mutex);
+	if (!state->rendered.empty() && state->rendered_timestamp >= data->timestamp) {
+		const size_t offset =
+			size_t(ns_to_audio_frames(state->sample_rate, state->rendered_timestamp - data->timestamp));
+		for (size_t ch = 0; offset < AUDIO_OUTPUT_FRAMES && ch < state->channels; ch++)
+			memcpy(&tick.samples[ch * AUDIO_OUTPUT_FRAMES + offset],
+			       &state->rendered[ch * AUDIO_OUTPUT_FRAMES],
+			       (AUDIO_OUTPUT_FRAMES - offset) * sizeof(float));
+	}
+	state->rendered.clear();
+	if (state->ticks.size() >= kMaxTicks) {
+		state->ticks.pop_front();
+		state->dropped_ticks++;
+	}
+	state->ticks.push_back(std::move(tick));
+}
+
+// The plug-in's audio output's thread: one tick at a time, as the host made them.
+bool on_output_input(void *param, uint64_t, uint64_t, uint64_t *new_ts, uint32_t, audio_output_data *mixes)
+{
+	auto *state = static_cast<State *>(param);
+	Tick tick;
+	{
+		std::lock_guard lock(state->mutex);
+		if (state->ticks.empty())
+			return false;
+		tick = std::move(state->ticks.front());
+		state->ticks.pop_front();
+	}
+	for (size_t ch = 0; ch < state->channels; ch++)
+		memcpy(mixes[0].data[ch], &tick.samples[ch * AUDIO_OUTPUT_FRAMES], AUDIO_OUTPUT_FRAMES * sizeof(float));
+	*new_ts = tick.timestamp;
+	return true;
+}
+
+void register_source_type()
+{
+	if (obs_source_get_display_name(kSceneAudioSourceId))
+		return;
+	obs_source_info info = {};
+	info.id = kSceneAudioSourceId;
+	info.type = OBS_SOURCE_TYPE_INPUT;
+	info.output_flags = OBS_SOURCE_COMPOSITE | OBS_SOURCE_CAP_DISABLED | OBS_SOURCE_DO_NOT_DUPLICATE;
+	info.get_name = source_name;
+	info.create = source_create;
+	info.destroy = source_destroy;
+	info.enum_active_sources = source_enum;
+	info.enum_all_sources = source_enum;
+	info.audio_render = source_audio_render;
+	obs_register_source(&info);
+}
+
+} // namespace
+
+SceneAudio::SceneAudio(uint32_t track) : track_(track), state_(std::make_shared<State>()) {}
+
+SceneAudio::~SceneAudio()
+{
+	leave_channel();
+	set_source(nullptr);
+	if (tapped_)
+		audio_output_disconnect(host_audio_, track_, on_host_tick, state_.get());
+	if (audio_) {
+		// An encoder that is still stopping lets go of the audio output late; closing it
+		// under the encoder would crash the host, so it is rather left open.
+		const auto give_up = std::chrono::steady_clock::now() + kReleaseWait;
+		while (audio_output_active(audio_) && std::chrono::steady_clock::now() < give_up)
+			std::this_thread::sleep_for(std::chrono::milliseconds(10));
+		if (audio_output_active(audio_)) {
+			log_warning("The vertical audio output is still in use; it stays open");
+			// Its thread keeps reading the state.
+			new std::shared_ptr<State>(state_);
+		} else {
+			audio_output_close(audio_);
+		}
+	}
+	if (state_->dropped_ticks)
+		log_info("Vertical scene audio dropped %llu late tick(s)", (unsigned long long)state_->dropped_ticks);
+}
+
+bool SceneAudio::init()
+{
+	host_audio_ = obs_get_audio();
+	obs_audio_info host = {};
+	if (!host_audio_ || !obs_get_audio_info(&host)) {
+		log_error("Scene audio: the host has no audio");
+		return false;
+	}
+	state_->track = track_;
+	state_->channels = get_audio_channels(host.speakers);
+	state_->sample_rate = host.samples_per_sec;
+
+	register_source_type();
+	source_ = obs_source_create_private(kSceneAudioSourceId, "cv_vertical_scene_audio", nullptr);
+	if (!source_) {
+		log_error("Scene audio: could not create its source");
+		return false;
+	}
+	// It never adds to the host's own tracks.
+	obs_source_set_audio_mixers(source_, 0);
+	state_->parent = source_;
+	static_cast<SourceData *>(obs_obj_get_data(source_))->state = state_;
+
+	audio_output_info info = {};
+	info.name = "cv_vertical_audio";
+	info.samples_per_sec = host.samples_per_sec;
+	info.format = AUDIO_FORMAT_FLOAT_PLANAR;
+	info.speakers = host.speakers;
+	info.input_callback = on_output_input;
+	info.input_param = state_.get();
+	if (audio_output_open(&audio_, &info) != AUDIO_OUTPUT_SUCCESS) {
+		audio_ = nullptr;
+		log_error("Scene audio: could not open its audio output");
+		return false;
+	}
+	// The host mixes a track only while something listens to it.
+	tapped_ = audio_output_connect(host_audio_, track_, nullptr, on_host_tick, state_.get());
+	if (!tapped_) {
+		log_error("Scene audio: could not listen to track %u", track_ + 1);
+		return false;
+	}
+	if (!take_channel())
+		return false;
+	log_info("Vertical audio follows the active vertical scene (track %u, output channel %u)", track_ + 1,
+		 channel_);
+	return true;
+}
+
+void SceneAudio::set_source(obs_source_t *source)
+{
+	OBSSource old;
+	{
+		std::lock_guard lock(state_->mutex);
+		OBSSourceAutoRelease current = obs_weak_source_get_source(state_->child);
+		if (current.Get() == source)
+			return;
+		old = current.Get();
+		state_->child = source ? obs_source_get_weak_source(source) : nullptr;
+	}
+	if (!source_)
+		return;
+	if (old)
+		obs_source_remove_active_child(source_, old);
+	if (source && !obs_source_add_active_child(source_, source))
+		log_warning("Scene audio: '%s' cannot be heard", obs_source_get_name(source));
+}
+
+void SceneAudio::rejoin()
+{
+	if (!source_)
+		return;
+	OBSSourceAutoRelease current = obs_get_output_source(channel_);
+	if (current.Get() != source_.Get())
+		take_channel();
+}
+
+bool SceneAudio::take_channel()
+{
+	for (uint32_t channel = kChannels - 1; channel >= kFirstFreeChannel; channel--) {
+		OBSSourceAutoRelease taken = obs_get_output_source(channel);
+		if (taken)
+			continue;
+		channel_ = channel;
+		obs_set_output_source(channel, source_);
+		return true;
+	}
+	log_error("Scene audio: every output channel of the host is taken");
+	return false;
+}
+
+void SceneAudio::leave_channel()
+{
+	if (!source_)
+		return;
+	OBSSourceAutoRelease current = obs_get_output_source(channel_);
+	if (current.Get() == source_.Get())
+		obs_set_output_source(channel_, nullptr);
+}
+
+} // namespace cv
