@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
+#include "output/vertical_recording.h"
 #include "stream/mux_output.h"
 #include "stream/stream_url.h"
 #include "ui/settings_dialog.h"
@@ -16,6 +17,9 @@
 #include <QMessageBox>
 #include <QMetaObject>
 
+#include <util/config-file.h>
+
+#include <cstring>
 #include <string>
 
 namespace cv {
@@ -50,6 +54,20 @@ void post_rebuild_failure_box()
 						 QMessageBox::Ok);
 		},
 		Qt::QueuedConnection);
+}
+
+// The host's recording format for the profile, as its output settings name it.
+std::string host_recording_format()
+{
+	config_t *profile = obs_frontend_get_profile_config();
+	if (!profile)
+		return {};
+	const char *mode = config_get_string(profile, "Output", "Mode");
+	const char *section = mode && strcmp(mode, "Advanced") == 0 ? "AdvOut" : "SimpleOutput";
+	for (const char *key : {"RecFormat2", "RecFormat"})
+		if (const char *format = config_get_string(profile, section, key); format && *format)
+			return format;
+	return {};
 }
 
 } // namespace
@@ -92,7 +110,9 @@ bool Plugin::load()
 	log_info("Loaded successfully");
 	log_info("Canvas : %ux%u @ %u/%u fps", settings_.canvaswidth, settings_.canvasheight, settings_.fpsnum,
 		 settings_.fpsden);
-	log_info("RTMP : %s", mask_url_for_log(settings_.rtmpurl, settings_.streamkey).c_str());
+	for (const DestinationSettings &destination : settings_.destinations)
+		log_info("Destination '%s'%s: %s", destination.name.c_str(), destination.enabled ? "" : " (off)",
+			 mask_url_for_log(destination.url, destination.key).c_str());
 	log_info("Bitrate: %u kbps", settings_.videobitrate);
 	log_info("Auto-start with main: %s", settings_.autostartwithmain ? "yes" : "no");
 	log_info("%s", kRule.c_str());
@@ -111,6 +131,7 @@ void Plugin::unload()
 	take_down_runtime();
 	// The dock is the host's; it only loses its runtime and its tie to this object.
 	QObject::disconnect(scenes_changed_);
+	QObject::disconnect(record_clicked_);
 	dock_ = nullptr;
 	files_.save();
 	// A stream stopped just now may still be saying goodbye to its server.
@@ -137,6 +158,23 @@ void Plugin::handle_event(enum obs_frontend_event event)
 			output_->stop();
 		}
 		break;
+	case OBS_FRONTEND_EVENT_RECORDING_STARTED:
+		if (settings_.autorecordwithmain && recording_ && !recording_->is_active()) {
+			log_info("Main recording started — starting the vertical recording");
+			start_recording();
+		}
+		break;
+	case OBS_FRONTEND_EVENT_RECORDING_STOPPING:
+	case OBS_FRONTEND_EVENT_RECORDING_STOPPED:
+		if (settings_.autorecordwithmain && recording_ && recording_->is_active()) {
+			log_info("Main recording stopping — stopping the vertical recording");
+			recording_->stop();
+		}
+		break;
+	case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED:
+		if (canvas_)
+			canvas_->rejoin_audio();
+		break;
 	case OBS_FRONTEND_EVENT_PROFILE_CHANGED:
 		on_profile_changed();
 		break;
@@ -150,6 +188,8 @@ void Plugin::handle_event(enum obs_frontend_event event)
 			log_info("OBS exiting — stopping vertical output");
 			output_->stop();
 		}
+		if (recording_)
+			recording_->stop();
 		break;
 	case OBS_FRONTEND_EVENT_FINISHED_LOADING:
 		show_runtime();
@@ -171,6 +211,14 @@ void Plugin::save_settings(const PluginConfig &config)
 	files_.set_profile(config);
 	if (output_)
 		output_->update_config(output_config(config));
+}
+
+bool Plugin::start_recording()
+{
+	if (!recording_)
+		return false;
+	BPtr<char> folder = obs_frontend_get_current_record_output_path();
+	return recording_->start(folder ? folder.Get() : "", host_recording_format());
 }
 
 void Plugin::open_settings_dialog()
@@ -197,6 +245,7 @@ bool Plugin::build_runtime()
 	}
 	canvas_ = std::move(canvas);
 	output_ = std::move(output);
+	recording_ = std::make_unique<VerticalRecording>(output_->encoders(), post_recording_error_box);
 	log_debug("Runtime created: %ux%u @ %u/%u fps", canvas_settings.width, canvas_settings.height,
 		  canvas_settings.fps_num, canvas_settings.fps_den);
 	return true;
@@ -205,7 +254,8 @@ bool Plugin::build_runtime()
 void Plugin::take_down_runtime()
 {
 	if (dock_)
-		dock_->setRuntime(nullptr, nullptr);
+		dock_->setRuntime(nullptr, nullptr, nullptr);
+	recording_.reset();
 	if (output_ && output_->is_active())
 		output_->stop();
 	output_.reset();
@@ -227,15 +277,19 @@ void Plugin::show_runtime()
 	if (canvas_) {
 		canvas_->restore(files_.scenes());
 		canvas_->reassign_sources();
+		// The host cleared its output channels while it loaded the scene collection.
+		canvas_->rejoin_audio();
 	}
 	if (!dock_ && host_main_window()) {
-		dock_ = new VerticalDock(canvas_.get(), output_.get(), host_main_window());
+		dock_ = new VerticalDock(canvas_.get(), output_.get(), recording_.get(), host_main_window());
 		scenes_changed_ = QObject::connect(dock_, &VerticalDock::scenesChanged, [this] { save_scenes(); });
+		record_clicked_ =
+			QObject::connect(dock_, &VerticalDock::startRecordingRequested, [this] { start_recording(); });
 		add_dock_to_host(dock_, files_.dock());
 		log_info("Vertical Canvas dock registered");
 	}
 	if (dock_)
-		dock_->setRuntime(canvas_.get(), output_.get());
+		dock_->setRuntime(canvas_.get(), output_.get(), recording_.get());
 }
 
 void Plugin::on_profile_changed()

@@ -18,6 +18,7 @@ namespace cv {
 class VerticalCanvas;
 class VerticalDock;
 class VerticalOutput;
+class VerticalRecording;
 
 class Plugin {
 public:
@@ -38,11 +39,14 @@ public:
 	// (stream settings) or the next profile switch (canvas settings).
 	void save_settings(const PluginConfig &config);
 	void open_settings_dialog();
+	// Records the vertical canvas into the host's recording folder, in its format.
+	bool start_recording();
 
 	const PluginConfig &settings() const { return settings_; }
 	// Null while there is no runtime (a profile's canvas could not be built).
 	VerticalCanvas *canvas() const { return canvas_.get(); }
 	VerticalOutput *output() const { return output_.get(); }
+	VerticalRecording *recording() const { return recording_.get(); }
 	// Null until the front end has finished loading, or once the host deleted it.
 	VerticalDock *dock() const;
 
@@ -57,8 +61,10 @@ private:
 	PluginConfig settings_;
 	std::unique_ptr<VerticalCanvas> canvas_;
 	std::unique_ptr<VerticalOutput> output_;
+	std::unique_ptr<VerticalRecording> recording_; // shares the output's encode
 	QPointer<VerticalDock> dock_;
 	QMetaObject::Connection scenes_changed_;
+	QMetaObject::Connection record_clicked_;
 	bool joined_front_end_ = false;
 	bool handling_event_ = false;
 };

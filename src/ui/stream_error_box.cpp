@@ -12,21 +12,30 @@
 namespace cv {
 
 const char *const kStreamErrorTitle = "Vertical Canvas — Stream Error";
+const char *const kRecordingErrorTitle = "Vertical Canvas — Recording Error";
 
-void post_stream_error_box(const std::string &message)
+void post_error_box(const char *title, const std::string &message)
 {
 	QCoreApplication *app = QCoreApplication::instance();
 	if (!app) {
-		log_error("Vertical stream error: %s", message.c_str());
+		log_error("%s: %s", title, message.c_str());
 		return;
 	}
 	const QString text = QString::fromUtf8(message.c_str());
+	const QString caption = QString::fromUtf8(title);
 	QMetaObject::invokeMethod(
-		app,
-		[text]() {
-			QMessageBox::critical(nullptr, QString::fromUtf8(kStreamErrorTitle), text, QMessageBox::Ok);
-		},
+		app, [text, caption]() { QMessageBox::critical(nullptr, caption, text, QMessageBox::Ok); },
 		Qt::QueuedConnection);
+}
+
+void post_stream_error_box(const std::string &message)
+{
+	post_error_box(kStreamErrorTitle, message);
+}
+
+void post_recording_error_box(const std::string &message)
+{
+	post_error_box(kRecordingErrorTitle, message);
 }
 
 } // namespace cv

@@ -66,6 +66,17 @@ char *obs_frontend_get_current_profile_path(void)
 	return profile_dir.empty() ? nullptr : bstrdup(profile_dir.c_str());
 }
 
+// The host's recording folder is the profile's folder; its format the default one.
+char *obs_frontend_get_current_record_output_path(void)
+{
+	return obs_frontend_get_current_profile_path();
+}
+
+config_t *obs_frontend_get_profile_config(void)
+{
+	return nullptr;
+}
+
 void *obs_frontend_get_main_window(void)
 {
 	return main_window;

@@ -5,7 +5,9 @@
 #include "pipeline.h"
 #include "servers.h"
 
+#include "media.h"
 #include "output/vertical_output.h"
+#include "output/vertical_recording.h"
 #include "plugin/dock_placement.h"
 #include "wait.h"
 
@@ -23,6 +25,26 @@ protected:
 	{
 		cvtest::process_events_for(600);
 		return dock_child<QLabel>("statusLabel")->text();
+	}
+	// The main recording takes a vertical one along, into the host's recording folder,
+	// sharing the running encode. A folder that cannot be written fails alone.
+	void record_with_the_main_recording()
+	{
+		fire(OBS_FRONTEND_EVENT_RECORDING_STARTED);
+		ASSERT_TRUE(plugin_->recording()->is_active());
+		cv::VerticalRecording unwritable(plugin_->output()->encoders());
+		EXPECT_FALSE(unwritable.start(plugin_->recording()->path() + "/not-a-folder", "mp4"));
+		EXPECT_NE(unwritable.error(), "");
+		cvtest::sleep_ms(3000);
+		fire(OBS_FRONTEND_EVENT_RECORDING_STOPPING);
+		ASSERT_TRUE(cvtest::wait_until([&] { return !plugin_->recording()->is_active(); }, 5000));
+		EXPECT_TRUE(vertical_active());
+		const std::string file = plugin_->recording()->path();
+		EXPECT_NE(file.find(" vertical.mkv"), std::string::npos) << file;
+		const cvtest::StreamCheck check = cvtest::check_stream(file);
+		EXPECT_EQ(check.error, "");
+		EXPECT_EQ(check.audio_streams, 1u);
+		EXPECT_EQ(cvtest::decode_frame_rgb(file, 1.0).size(), 360u * 640 * 3);
 	}
 };
 
@@ -46,10 +68,12 @@ TEST_F(FrontendEventsTest, TheVerticalStreamFollowsTheMainStreamOrTheDock)
 		ASSERT_TRUE(cvtest::wait_mux_connected(20000));
 		EXPECT_EQ(status(), "Streaming");
 		EXPECT_FALSE(dock_child("startButton")->isEnabled());
-		if (autostart)
+		if (autostart) {
+			ASSERT_NO_FATAL_FAILURE(record_with_the_main_recording());
 			fire(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-		else
+		} else {
 			dock_child("stopButton")->click();
+		}
 		EXPECT_TRUE(cvtest::wait_until([&] { return !vertical_active(); }, 5000));
 		EXPECT_EQ(status(), "Stopped");
 		EXPECT_TRUE(dock_child("startButton")->isEnabled());
