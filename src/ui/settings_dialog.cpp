@@ -8,10 +8,13 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace cv {
 
@@ -43,6 +46,20 @@ int clamp_to_int(uint32_t value)
 	return value > uint32_t(INT32_MAX) ? INT32_MAX : int(value);
 }
 
+bool blank(const std::string &text)
+{
+	return QString::fromStdString(text).trimmed().isEmpty();
+}
+
+void add_destination_item(QListWidget *list, const QString &name, bool enabled)
+{
+	// Made whole before it joins the list, which reports every change of an item in it.
+	auto *item = new QListWidgetItem(name);
+	item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
+	item->setCheckState(enabled ? Qt::Checked : Qt::Unchecked);
+	list->addItem(item);
+}
+
 } // namespace
 
 SettingsDialog::SettingsDialog(const PluginConfig &current, SaveFunction saveSettings, QWidget *parent)
@@ -51,7 +68,7 @@ SettingsDialog::SettingsDialog(const PluginConfig &current, SaveFunction saveSet
 	  save(std::move(saveSettings))
 {
 	setWindowTitle(QString::fromUtf8("Vertical Canvas \u2014 Settings"));
-	setMinimumWidth(440);
+	setMinimumWidth(600);
 	setModal(true);
 	build();
 	load();
@@ -63,7 +80,36 @@ void SettingsDialog::build()
 	main->setSpacing(12);
 	main->setContentsMargins(16, 16, 16, 16);
 
-	QFormLayout *stream = add_group(main, this, "Stream");
+	// The destinations beside the fields that edit the selected one.
+	auto *streamGroup = new QGroupBox("Destinations", this);
+	auto *streamRow = new QHBoxLayout(streamGroup);
+	streamRow->setSpacing(12);
+	main->addWidget(streamGroup, 0);
+	auto *listColumn = new QVBoxLayout;
+	destinationList = new QListWidget(this);
+	// As tall as the fields beside it.
+	destinationList->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Ignored);
+	destinationList->setFixedWidth(160);
+	destinationList->setMinimumHeight(72);
+	destinationList->setToolTip("Checked destinations are streamed to at the same time, from one encode.");
+	listColumn->addWidget(destinationList, 1);
+	auto *listButtons = new QHBoxLayout;
+	addDestinationButton = new QPushButton("Add", this);
+	removeDestinationButton = new QPushButton("Remove", this);
+	listButtons->addWidget(addDestinationButton);
+	listButtons->addWidget(removeDestinationButton);
+	listColumn->addLayout(listButtons);
+	streamRow->addLayout(listColumn);
+	auto *stream = new QFormLayout;
+	stream->setSpacing(8);
+	streamRow->addLayout(stream, 1);
+	connect(destinationList, &QListWidget::currentRowChanged, this, &SettingsDialog::on_destination_selected);
+	connect(destinationList, &QListWidget::itemChanged, this, &SettingsDialog::on_destination_checked);
+	connect(addDestinationButton, &QPushButton::clicked, this, &SettingsDialog::on_add_destination);
+	connect(removeDestinationButton, &QPushButton::clicked, this, &SettingsDialog::on_remove_destination);
+
+	nameEdit = new QLineEdit(this);
+	stream->addRow("Name:", nameEdit);
 	urlEdit = new QLineEdit(this);
 	urlEdit->setPlaceholderText("rtmp://live.twitch.tv/app");
 	stream->addRow("RTMP URL:", urlEdit);
@@ -81,6 +127,27 @@ void SettingsDialog::build()
 	keyRow->addWidget(keyEdit);
 	keyRow->addWidget(keyToggle);
 	stream->addRow("Stream Key:", keyRow);
+	connect(nameEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
+		if (DestinationSettings *destination = current()) {
+			destination->name = text.toStdString();
+			const int row = destinationList->currentRow();
+			destinationList->item(row)->setText(display_name(size_t(row)));
+		}
+	});
+	connect(urlEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
+		if (DestinationSettings *destination = current())
+			destination->url = text.toStdString();
+	});
+	connect(keyEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
+		if (DestinationSettings *destination = current())
+			destination->key = text.toStdString();
+	});
+	auto *streamNote =
+		new QLabel("<small><i>Destination, bitrate and preset changes apply at the next start of the vertical "
+			   "stream.</i></small>",
+			   this);
+	streamNote->setWordWrap(true);
+	stream->addRow(streamNote);
 
 	QFormLayout *encoding = add_group(main, this, "Encoding");
 	bitrateSpin = make_spin(this, int(kMinVideoKbps), int(kMaxVideoKbps), 100, " kbps");
@@ -114,14 +181,28 @@ void SettingsDialog::build()
 	QFormLayout *behaviour = add_group(main, this, "Behaviour");
 	autoStartCheck = new QCheckBox("Auto-start when main stream starts", this);
 	behaviour->addRow(autoStartCheck);
+	autoRecordCheck = new QCheckBox("Record with the main recording", this);
+	behaviour->addRow(autoRecordCheck);
 	sceneAudioCheck = new QCheckBox("Use audio from active vertical scene", this);
 	behaviour->addRow(sceneAudioCheck);
-	auto *audioNote =
-		new QLabel("Audio source changes take effect when OBS starts or the profile is switched.", this);
+	audioTrackCombo = new QComboBox(this);
+	for (uint32_t track = 1; track <= kAudioTracks; track++)
+		audioTrackCombo->addItem(QString("Track %1").arg(track));
+	behaviour->addRow("Audio track:", audioTrackCombo);
+	auto *audioNote = new QLabel(
+		QString::fromUtf8(
+			"<small><i>With \u201cUse audio from active vertical scene\u201d on, the vertical audio "
+			"is the active vertical scene's sources on this track; with it off, the host's whole "
+			"track. Audio changes take effect when OBS starts or the profile is switched.</i></small>"),
+		this);
 	audioNote->setWordWrap(true);
 	behaviour->addRow(audioNote);
 
 	// Named after their members, for automation and style sheets.
+	destinationList->setObjectName("destinationList");
+	addDestinationButton->setObjectName("addDestinationButton");
+	removeDestinationButton->setObjectName("removeDestinationButton");
+	nameEdit->setObjectName("nameEdit");
 	urlEdit->setObjectName("urlEdit");
 	keyEdit->setObjectName("keyEdit");
 	keyToggle->setObjectName("keyToggle");
@@ -131,7 +212,9 @@ void SettingsDialog::build()
 	fpsNumSpin->setObjectName("fpsNumSpin");
 	fpsDenSpin->setObjectName("fpsDenSpin");
 	autoStartCheck->setObjectName("autoStartCheck");
+	autoRecordCheck->setObjectName("autoRecordCheck");
 	sceneAudioCheck->setObjectName("sceneAudioCheck");
+	audioTrackCombo->setObjectName("audioTrackCombo");
 	presetCombo->setObjectName("presetCombo");
 
 	auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
@@ -142,18 +225,104 @@ void SettingsDialog::build()
 
 void SettingsDialog::load()
 {
-	urlEdit->setText(QString::fromStdString(settings.rtmpurl));
-	keyEdit->setText(QString::fromStdString(settings.streamkey));
+	if (settings.destinations.empty())
+		settings.destinations.push_back({default_destination_name(0), "", "", true});
+	destinationList->blockSignals(true);
+	for (size_t i = 0; i < settings.destinations.size(); i++)
+		add_destination_item(destinationList, display_name(i), settings.destinations[i].enabled);
+	destinationList->blockSignals(false);
+	destinationList->setCurrentRow(0);
+	on_destination_selected(0);
+	update_destination_buttons();
 	bitrateSpin->setValue(clamp_to_int(settings.videobitrate));
 	widthSpin->setValue(clamp_to_int(settings.canvaswidth));
 	heightSpin->setValue(clamp_to_int(settings.canvasheight));
 	fpsNumSpin->setValue(clamp_to_int(settings.fpsnum));
 	fpsDenSpin->setValue(clamp_to_int(settings.fpsden));
 	autoStartCheck->setChecked(settings.autostartwithmain);
+	autoRecordCheck->setChecked(settings.autorecordwithmain);
 	sceneAudioCheck->setChecked(settings.useactivesceneaudio);
+	const bool trackExists = settings.audiotrack >= 1 && settings.audiotrack <= kAudioTracks;
+	audioTrackCombo->setCurrentIndex(trackExists ? int(settings.audiotrack) - 1 : 0);
 	const int preset = presetCombo->findText(QString::fromStdString(settings.encoderpreset),
 						 Qt::MatchExactly | Qt::MatchCaseSensitive);
 	presetCombo->setCurrentIndex(preset >= 0 ? preset : kFallbackPresetIndex);
+}
+
+DestinationSettings *SettingsDialog::current()
+{
+	const int row = destinationList->currentRow();
+	return row >= 0 && size_t(row) < settings.destinations.size() ? &settings.destinations[size_t(row)] : nullptr;
+}
+
+QString SettingsDialog::display_name(size_t index) const
+{
+	const std::string &name = settings.destinations[index].name;
+	return QString::fromStdString(blank(name) ? default_destination_name(index) : name);
+}
+
+void SettingsDialog::update_destination_buttons()
+{
+	addDestinationButton->setEnabled(settings.destinations.size() < kMaxDestinations);
+	removeDestinationButton->setEnabled(settings.destinations.size() > 1);
+}
+
+void SettingsDialog::on_destination_selected(int row)
+{
+	if (row < 0 || size_t(row) >= settings.destinations.size())
+		return;
+	const DestinationSettings &destination = settings.destinations[size_t(row)];
+	nameEdit->setPlaceholderText(QString::fromStdString(default_destination_name(size_t(row))));
+	nameEdit->setText(QString::fromStdString(destination.name));
+	urlEdit->setText(QString::fromStdString(destination.url));
+	keyEdit->setText(QString::fromStdString(destination.key));
+}
+
+void SettingsDialog::on_destination_checked(QListWidgetItem *item)
+{
+	const int row = destinationList->row(item);
+	if (row >= 0 && size_t(row) < settings.destinations.size())
+		settings.destinations[size_t(row)].enabled = item->checkState() == Qt::Checked;
+}
+
+void SettingsDialog::on_add_destination()
+{
+	if (settings.destinations.size() >= kMaxDestinations)
+		return;
+	// The first "Destination <n>" no destination goes by.
+	size_t free = 0;
+	const auto taken = [this](const QString &name) {
+		for (size_t i = 0; i < settings.destinations.size(); i++)
+			if (display_name(i) == name)
+				return true;
+		return false;
+	};
+	while (taken(QString::fromStdString(default_destination_name(free))))
+		free++;
+	settings.destinations.push_back({default_destination_name(free), "", "", true});
+	add_destination_item(destinationList, display_name(settings.destinations.size() - 1), true);
+	destinationList->setCurrentRow(destinationList->count() - 1);
+	update_destination_buttons();
+	nameEdit->setFocus();
+	nameEdit->selectAll();
+}
+
+void SettingsDialog::on_remove_destination()
+{
+	const int row = destinationList->currentRow();
+	if (settings.destinations.size() <= 1 || row < 0 || size_t(row) >= settings.destinations.size())
+		return;
+	settings.destinations.erase(settings.destinations.begin() + row);
+	// The list's own signals would name rows of the list as it was before the removal.
+	destinationList->blockSignals(true);
+	delete destinationList->takeItem(row);
+	// Unnamed destinations are named by position, which moved.
+	for (int i = 0; i < destinationList->count(); i++)
+		destinationList->item(i)->setText(display_name(size_t(i)));
+	destinationList->setCurrentRow(std::min(row, destinationList->count() - 1));
+	destinationList->blockSignals(false);
+	on_destination_selected(destinationList->currentRow());
+	update_destination_buttons();
 }
 
 void SettingsDialog::on_toggle_key_visibility()
@@ -165,21 +334,32 @@ void SettingsDialog::on_toggle_key_visibility()
 
 void SettingsDialog::on_save_clicked()
 {
-	if (urlEdit->text().trimmed().isEmpty()) {
-		QMessageBox::warning(this, "Validation", "RTMP URL cannot be empty.", QMessageBox::Ok);
+	for (size_t i = 0; i < settings.destinations.size(); i++) {
+		const DestinationSettings &destination = settings.destinations[i];
+		if (!destination.enabled || !blank(destination.url))
+			continue;
+		destinationList->setCurrentRow(int(i));
+		const QString message =
+			settings.destinations.size() == 1
+				? QString("RTMP URL cannot be empty.")
+				: QString("The RTMP URL of \"" + display_name(i) + "\" cannot be empty.");
+		QMessageBox::warning(this, "Validation", message, QMessageBox::Ok);
 		return;
 	}
-	// Stored as typed: only the emptiness test trims.
-	settings.rtmpurl = urlEdit->text().toStdString();
-	settings.streamkey = keyEdit->text().toStdString();
+	// Stored as typed: only the emptiness tests trim.
+	for (size_t i = 0; i < settings.destinations.size(); i++)
+		if (blank(settings.destinations[i].name))
+			settings.destinations[i].name = default_destination_name(i);
 	settings.videobitrate = uint32_t(bitrateSpin->value());
 	settings.canvaswidth = uint32_t(widthSpin->value());
 	settings.canvasheight = uint32_t(heightSpin->value());
 	settings.fpsnum = uint32_t(fpsNumSpin->value());
 	settings.fpsden = uint32_t(fpsDenSpin->value());
 	settings.autostartwithmain = autoStartCheck->isChecked();
+	settings.autorecordwithmain = autoRecordCheck->isChecked();
 	settings.encoderpreset = presetCombo->currentText().toStdString();
 	settings.useactivesceneaudio = sceneAudioCheck->isChecked();
+	settings.audiotrack = uint32_t(audioTrackCombo->currentIndex() + 1);
 	if (save)
 		save(settings);
 	accept();

@@ -5,9 +5,12 @@
 
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
+#include "output/vertical_recording.h"
 
 #include "base/log.h"
 
+#include <QColor>
+#include <QFileInfo>
 #include <QFont>
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -19,12 +22,21 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
+#include <utility>
+
 namespace cv {
 
 namespace {
 
 constexpr const char *kQuietStyle = "font-size: 11px; color: #888;";
 constexpr const char *kStreamingStyle = "font-size: 11px; color: #4caf50; font-weight: bold;";
+constexpr const char *kFailedStyle = "font-size: 11px; color: #e05252;";
+constexpr const char *kGreen = "#4caf50";
+constexpr const char *kAmber = "#e0a030";
+constexpr const char *kRed = "#e05252";
+constexpr const char *kGrey = "#888888";
 
 std::string utf8(const QString &text)
 {
@@ -48,12 +60,38 @@ QString exists_message(const QString &typed)
 	return "A scene named \"" + typed + "\" already exists.";
 }
 
+bool sending(StreamState state)
+{
+	return state == StreamState::Live || state == StreamState::Connecting || state == StreamState::Reconnecting;
+}
+
+// "<name> — <state>" and its colour.
+std::pair<QString, const char *> describe(const DestinationStatus &status)
+{
+	const QString name = from_utf8(status.name) + QString::fromUtf8(" \u2014 ");
+	switch (status.state) {
+	case StreamState::Live:
+		return {name + "Live", kGreen};
+	case StreamState::Connecting:
+		return {name + QString::fromUtf8("Connecting\u2026"), kAmber};
+	case StreamState::Reconnecting:
+		return {name + QString::fromUtf8("Reconnecting\u2026"), kAmber};
+	case StreamState::Failed:
+		return {name + (status.error.empty() ? QString("Failed") : "Failed: " + from_utf8(status.error)), kRed};
+	case StreamState::Stopped:
+		break;
+	}
+	return {name + (status.enabled ? "Stopped" : "Off"), kGrey};
+}
+
 } // namespace
 
-VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, QWidget *parent)
+VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, VerticalRecording *dockRecording,
+			   QWidget *parent)
 	: QWidget(parent),
 	  canvas(dockCanvas),
-	  output(dockOutput)
+	  output(dockOutput),
+	  recording(dockRecording)
 {
 	setObjectName("CorvaneVerticalCanvasDock");
 	setWindowTitle("Vertical Canvas");
@@ -127,6 +165,23 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	statusLabel->setStyleSheet(kQuietStyle);
 	main->addWidget(statusLabel);
 
+	destinationStatusList = new QListWidget(this);
+	destinationStatusList->setSelectionMode(QAbstractItemView::NoSelection);
+	destinationStatusList->setFocusPolicy(Qt::NoFocus);
+	destinationStatusList->setFrameShape(QFrame::NoFrame);
+	destinationStatusList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+	destinationStatusList->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+	destinationStatusList->setStyleSheet("QListWidget { font-size: 11px; background: transparent; }");
+	main->addWidget(destinationStatusList);
+
+	recordButton = make_button(this, "Record", "Record the vertical canvas into the host's recording folder");
+	connect(recordButton, &QPushButton::clicked, this, &VerticalDock::onRecordClicked);
+	main->addWidget(recordButton);
+	recordingLabel = new QLabel(this);
+	recordingLabel->setAlignment(Qt::AlignCenter);
+	recordingLabel->setWordWrap(true);
+	main->addWidget(recordingLabel);
+
 	// Named after their members, for automation and style sheets.
 	sceneLabel->setObjectName("sceneLabel");
 	sceneList->setObjectName("sceneList");
@@ -137,6 +192,9 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	startButton->setObjectName("startButton");
 	stopButton->setObjectName("stopButton");
 	statusLabel->setObjectName("statusLabel");
+	destinationStatusList->setObjectName("destinationStatusList");
+	recordButton->setObjectName("recordButton");
+	recordingLabel->setObjectName("recordingLabel");
 
 	statusTimer = new QTimer(this);
 	statusTimer->setInterval(500);
@@ -146,10 +204,11 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	onStatusTick();
 }
 
-void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutput)
+void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutput, VerticalRecording *newRecording)
 {
 	canvas = newCanvas;
 	output = newOutput;
+	recording = newRecording;
 	if (preview && preview->currentCanvas() != newCanvas) {
 		preview->setCanvas(newCanvas);
 		preview->update();
@@ -304,8 +363,21 @@ void VerticalDock::onStopClicked()
 	onStatusTick();
 }
 
+void VerticalDock::onRecordClicked()
+{
+	if (recording && recording->is_active())
+		recording->stop();
+	else if (output)
+		emit startRecordingRequested();
+	onStatusTick();
+}
+
 void VerticalDock::onStatusTick()
 {
+	const std::vector<DestinationStatus> statuses = output ? output->destinations()
+							       : std::vector<DestinationStatus>();
+	showDestinations(statuses);
+	showRecording();
 	if (!output) {
 		statusLabel->setText("No output");
 		statusLabel->setStyleSheet(kQuietStyle);
@@ -313,11 +385,50 @@ void VerticalDock::onStatusTick()
 		stopButton->setEnabled(false);
 		return;
 	}
+	const bool streaming = std::any_of(statuses.begin(), statuses.end(),
+					   [](const DestinationStatus &status) { return sending(status.state); });
+	// Start starts every enabled destination at once, so it waits until all have stopped.
 	const bool active = output->is_active();
 	startButton->setEnabled(!active);
 	stopButton->setEnabled(active);
-	statusLabel->setText(active ? "Streaming" : "Stopped");
-	statusLabel->setStyleSheet(active ? kStreamingStyle : kQuietStyle);
+	statusLabel->setText(streaming ? "Streaming" : "Stopped");
+	statusLabel->setStyleSheet(streaming ? kStreamingStyle : kQuietStyle);
+}
+
+// Items are kept and only their text and colour change, so the list does not flicker.
+void VerticalDock::showDestinations(const std::vector<DestinationStatus> &statuses)
+{
+	QListWidget *list = destinationStatusList;
+	while (list->count() > int(statuses.size()))
+		delete list->takeItem(list->count() - 1);
+	while (list->count() < int(statuses.size()))
+		(new QListWidgetItem(list))->setFlags(Qt::ItemIsEnabled);
+	for (size_t i = 0; i < statuses.size(); i++) {
+		const auto [text, colour] = describe(statuses[i]);
+		QListWidgetItem *item = list->item(int(i));
+		item->setText(text);
+		item->setToolTip(text);
+		item->setForeground(QColor(colour));
+	}
+	list->setVisible(list->count() > 0);
+	if (list->count() > 0)
+		list->setFixedHeight(list->count() * list->sizeHintForRow(0) + 2 * list->frameWidth());
+}
+
+void VerticalDock::showRecording()
+{
+	const bool active = recording && recording->is_active();
+	recordButton->setText(active ? "Stop Recording" : "Record");
+	recordButton->setEnabled(active || output);
+	const std::string error = recording && !active ? recording->error() : std::string();
+	if (active)
+		recordingLabel->setText("Recording: " + QFileInfo(from_utf8(recording->path())).fileName());
+	else if (!error.empty())
+		recordingLabel->setText("Recording failed: " + from_utf8(error));
+	else
+		recordingLabel->clear();
+	recordingLabel->setStyleSheet(error.empty() ? kQuietStyle : kFailedStyle);
+	recordingLabel->setVisible(!recordingLabel->text().isEmpty());
 }
 
 QString VerticalDock::currentSceneName() const

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QWidget>
 
+#include <vector>
+
 class QLabel;
 class QListWidget;
 class QListWidgetItem;
@@ -14,20 +16,24 @@ namespace cv {
 class VerticalCanvas;
 class VerticalOutput;
 class VerticalPreviewWidget;
+class VerticalRecording;
+struct DestinationStatus;
 
 // The panel in the host's main window: live preview, the vertical scenes with their
-// buttons, Start and Stop for the vertical stream and its status. It keeps no model of
-// its own: lists are read back from the canvas, actions go to the canvas or the output.
-// The canvas and the output may be replaced or taken away at any time, also while one
-// of its dialogs is open.
+// buttons, Start and Stop for the vertical stream, its status and each destination's,
+// and the vertical recording. It keeps no model of its own: lists are read back from the
+// canvas, statuses from the output and the recording, actions go to them. The canvas,
+// the output and the recording may be replaced or taken away at any time, also while
+// one of its dialogs is open.
 class VerticalDock : public QWidget {
 	Q_OBJECT
 
 public:
-	VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, QWidget *parent = nullptr);
+	VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, VerticalRecording *dockRecording,
+		     QWidget *parent = nullptr);
 
-	// Either may be null: the dock then shows and does nothing for that part.
-	void setRuntime(VerticalCanvas *canvas, VerticalOutput *output);
+	// Any may be null: the dock then shows and does nothing for that part.
+	void setRuntime(VerticalCanvas *canvas, VerticalOutput *output, VerticalRecording *recording);
 	void refreshSceneList();
 
 public slots:
@@ -39,17 +45,24 @@ public slots:
 	void onConfigureScene();
 	void onStartClicked();
 	void onStopClicked();
+	void onRecordClicked();
+	// Reads the statuses only, so that it never waits on a connection.
 	void onStatusTick();
 
 signals:
 	// The user changed the scene list; it should be saved.
 	void scenesChanged();
+	// Record was clicked while not recording; the plug-in knows where recordings go.
+	void startRecordingRequested();
 
 private:
 	QString currentSceneName() const;
+	void showDestinations(const std::vector<DestinationStatus> &statuses);
+	void showRecording();
 
 	VerticalCanvas *canvas = nullptr;
 	VerticalOutput *output = nullptr;
+	VerticalRecording *recording = nullptr;
 	VerticalPreviewWidget *preview = nullptr;
 	QLabel *sceneLabel = nullptr;
 	QListWidget *sceneList = nullptr;
@@ -60,6 +73,9 @@ private:
 	QPushButton *startButton = nullptr;
 	QPushButton *stopButton = nullptr;
 	QLabel *statusLabel = nullptr;
+	QListWidget *destinationStatusList = nullptr;
+	QPushButton *recordButton = nullptr;
+	QLabel *recordingLabel = nullptr;
 	QTimer *statusTimer = nullptr;
 };
 

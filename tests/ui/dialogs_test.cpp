@@ -14,22 +14,24 @@
 #include <QTest>
 
 #include <optional>
+#include <tuple>
 #include <thread>
 
 using DialogsTest = UiTest;
 
 // What a hand-edited file holds is shown within the dialog's ranges and saved that way;
-// a blank address is refused and nothing is saved.
+// a blank address of an enabled destination is refused, by name once there are two, and
+// nothing is saved; a blank name saves as its default one.
 TEST_F(DialogsTest, SettingsDialogSavesWhatItShows)
 {
 	cv::PluginConfig stored;
-	stored.rtmpurl = "rtmp://ingest.example/app";
-	stored.streamkey = u8"s\u00E9cret";
+	stored.destinations[0] = {"", "rtmp://ingest.example/app", u8"s\u00E9cret", true};
 	stored.videobitrate = 999999;
 	stored.canvaswidth = 4;
 	stored.fpsnum = 0xFFFFFFFF;
 	stored.encoderpreset = "Medium"; // no such preset: case matters
-	stored.autostartwithmain = false;
+	stored.autostartwithmain = stored.autorecordwithmain = false;
+	stored.audiotrack = 7;
 	std::optional<cv::PluginConfig> saved;
 	cv::SettingsDialog dialog(stored, [&](const cv::PluginConfig &config) { saved = config; });
 	auto *key = dialog.findChild<QLineEdit *>("keyEdit");
@@ -37,28 +39,49 @@ TEST_F(DialogsTest, SettingsDialogSavesWhatItShows)
 	dialog.findChild<QPushButton *>("keyToggle")->click();
 	EXPECT_EQ(key->echoMode(), QLineEdit::Normal);
 	QPushButton *save = dialog.findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Save);
+	auto *add = dialog.findChild<QPushButton *>("addDestinationButton");
+	auto *list = dialog.findChild<QListWidget *>("destinationList");
 
 	auto *url = dialog.findChild<QLineEdit *>("urlEdit");
 	url->setText(" \t ");
 	cvtest::ModalAnswerer answerer(cvtest::press_button(QMessageBox::Ok));
 	save->click();
-	EXPECT_EQ(answerer.answered(), 1);
+	EXPECT_EQ(answerer.last_text(), "RTMP URL cannot be empty.");
+	url->setText(" rtmp://other.example/app ");
+	add->click(); // the fields now edit the new one
+	dialog.findChild<QLineEdit *>("nameEdit")->setText("Backup");
+	key->setText("k2");
+	EXPECT_EQ(list->item(1)->text(), "Backup");
+	save->click();
+	EXPECT_EQ(answerer.last_text(), "The RTMP URL of \"Backup\" cannot be empty.");
 	EXPECT_FALSE(saved);
 
-	url->setText(" rtmp://other.example/app ");
+	list->item(1)->setCheckState(Qt::Unchecked);
 	dialog.findChild<QSpinBox *>("fpsDenSpin")->setValue(2);
 	save->click();
 	ASSERT_TRUE(saved);
 	EXPECT_EQ(dialog.result(), int(QDialog::Accepted));
-	EXPECT_EQ(saved->rtmpurl, " rtmp://other.example/app ");
-	EXPECT_EQ(saved->streamkey, stored.streamkey);
+	std::vector<std::tuple<std::string, std::string, std::string, bool>> destinations;
+	for (const cv::DestinationSettings &d : saved->destinations)
+		destinations.emplace_back(d.name, d.url, d.key, d.enabled);
+	EXPECT_EQ(destinations, (decltype(destinations){{"Destination 1", " rtmp://other.example/app ",
+							 stored.destinations[0].key, true},
+							{"Backup", "", "k2", false}}));
 	EXPECT_EQ(saved->videobitrate, cv::kMaxVideoKbps);
 	EXPECT_EQ(saved->canvaswidth, 16u);
 	EXPECT_EQ(saved->canvasheight, 1920u);
 	EXPECT_EQ(saved->fpsnum, 240u);
 	EXPECT_EQ(saved->fpsden, 2u);
 	EXPECT_EQ(saved->encoderpreset, "veryfast");
-	EXPECT_FALSE(saved->autostartwithmain);
+	EXPECT_EQ(saved->audiotrack, 1u);
+	EXPECT_FALSE(saved->autostartwithmain || saved->autorecordwithmain);
+
+	// A new one takes the first free default name; Add stops at the maximum.
+	for (size_t i = 2; i < cv::kMaxDestinations; i++)
+		add->click();
+	EXPECT_EQ(list->item(2)->text(), "Destination 2");
+	EXPECT_EQ(list->count(), int(cv::kMaxDestinations));
+	EXPECT_FALSE(add->isEnabled());
 }
 
 // "(None)" first, then the host's scenes; the assigned one preselected by its exact name;

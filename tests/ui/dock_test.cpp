@@ -48,6 +48,17 @@ TEST_F(DockTest, ShowsTheCanvasAndEditsItThroughItsDialogs)
 	load("canvaswidth=360\ncanvasheight=640\n");
 	ASSERT_NE(plugin_->dock(), nullptr);
 
+	// A status line per destination, also for one switched off; Record is offered.
+	cv::PluginConfig config = plugin_->settings();
+	config.destinations.push_back({"Backup", "rtmp://127.0.0.1:1/live", "k", false});
+	plugin_->save_settings(config);
+	plugin_->dock()->onStatusTick();
+	auto *statuses = dock_child<QListWidget>("destinationStatusList");
+	ASSERT_EQ(statuses->count(), 2);
+	EXPECT_EQ(statuses->item(0)->text(), QString::fromUtf8("Destination 1 \u2014 Stopped"));
+	EXPECT_EQ(statuses->item(1)->text(), QString::fromUtf8("Backup \u2014 Off"));
+	EXPECT_TRUE(dock_child("recordButton")->isEnabled());
+
 	// Add trims the typed name and saves; a name taken already is refused as typed.
 	click("addButton", cvtest::type_and_accept("  Intro  "));
 	EXPECT_EQ(canvas().scene_names(), (Names{"Scene 1", "Intro"}));
@@ -114,9 +125,10 @@ TEST_F(DockTest, AProfileSwitchDuringADialogLeavesTheDockSafe)
 		cvtest::process_events_for(300);
 		EXPECT_EQ(plugin_->canvas(), nullptr);
 		EXPECT_TRUE(answerer.last_text().startsWith("Failed to rebuild the vertical canvas"));
-		EXPECT_EQ(list()->count(), 0);
+		EXPECT_EQ(list()->count() + dock_child<QListWidget>("destinationStatusList")->count(), 0);
 		EXPECT_EQ(text("statusLabel"), "No output");
-		for (const char *button : {"addButton", "removeButton", "renameButton", "assignButton", "startButton"})
+		for (const char *button :
+		     {"addButton", "removeButton", "renameButton", "assignButton", "startButton", "recordButton"})
 			EXPECT_FALSE(dock_child(button)->isEnabled()) << button;
 		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING); // nothing to start, nothing to crash
 
