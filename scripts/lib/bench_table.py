@@ -74,6 +74,9 @@ ROWS = [
     ("6b", "BM_StalledNetwork", None, "plugin_rss_growth_mb", "queue_cap_mb",
      "  the same",
      "the queue's cap", megabytes),
+    ("7", "BM_DestinationsCpu", None, "three_cpu_s_per_min", "one_cpu_s_per_min",
+     "process CPU per streamed minute, three destinations",
+     "the same output with one destination", cpu_seconds_per_minute),
 ]
 
 
