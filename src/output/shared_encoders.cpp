@@ -74,24 +74,16 @@ void SharedEncoders::update_config(const OutputConfig &config)
 	config_ = config;
 }
 
-bool SharedEncoders::in_use() const
-{
-	return std::any_of(users_.begin(), users_.end(), [](const OBSWeakOutputAutoRelease &weak) {
-		OBSOutputAutoRelease output = obs_weak_output_get_output(weak);
-		return output && obs_output_active(output);
-	});
-}
-
 bool SharedEncoders::start(obs_output_t *output)
 {
-	const bool join = video_ && in_use();
+	// Outputs that have stopped no longer hold the encode.
 	users_.erase(std::remove_if(users_.begin(), users_.end(),
 				    [](const OBSWeakOutputAutoRelease &weak) {
 					    OBSOutputAutoRelease user = obs_weak_output_get_output(weak);
 					    return !user || !obs_output_active(user);
 				    }),
 		     users_.end());
-	if (join) {
+	if (video_ && !users_.empty()) {
 		attach(output);
 		if (!obs_output_start(output))
 			return false;

@@ -31,8 +31,6 @@ public:
 	void update_config(const OutputConfig &config);
 	// Starts `output` with the encoders; false when none of them gets it running.
 	bool start(obs_output_t *output);
-	// True while an output started here runs.
-	bool in_use() const;
 	// The encoder id in use ("" before a start).
 	const std::string &encoder_id() const { return encoder_id_; }
 	obs_encoder_t *video() const { return video_; }

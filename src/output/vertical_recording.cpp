@@ -31,8 +31,10 @@ Container container_for(std::string_view format)
 		return {"mov", ""};
 	if (format == "fragmented_mov")
 		return {"mov", "movflags=frag_keyframe+empty_moov+delay_moov"};
-	if (format == "flv" || format == "ts")
-		return {format == "flv" ? "flv" : "ts", ""};
+	if (format == "flv")
+		return {"flv", ""};
+	if (format == "ts")
+		return {"ts", ""};
 	return {"mkv", ""};
 }
 
