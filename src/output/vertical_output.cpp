@@ -6,12 +6,16 @@
 #include "stream/stream_url.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace cv {
 
 namespace {
 
 constexpr const char *kDefaultStopMessage = "Vertical output failed to connect.\nCheck your RTMP URL and stream key.";
+constexpr std::chrono::seconds kMeterPeriod(1);
+
+using Clock = std::chrono::steady_clock;
 
 } // namespace
 
@@ -25,6 +29,12 @@ struct VerticalOutput::Target {
 	bool one_of_several = false;    // its errors name it
 	mutable std::mutex error_mutex; // the UI thread and the host's stop signal
 	std::string error;
+	// The bitrate meter's last reading (the UI thread's alone).
+	struct {
+		Clock::time_point at{};
+		uint64_t bytes = 0;
+		uint32_t kbps = 0;
+	} mutable meter;
 };
 
 const char *state_name(StreamState state)
@@ -175,6 +185,7 @@ std::vector<DestinationStatus> VerticalOutput::destinations() const
 			}
 			if (target->output && obs_output_active(target->output)) {
 				status.stats = mux_output_stats(target->output);
+				status.kbps = measure(*target, status.stats.bytes_sent);
 				status.state = status.stats.connected      ? StreamState::Live
 					       : status.stats.reconnecting ? StreamState::Reconnecting
 									   : StreamState::Connecting;
@@ -185,6 +196,20 @@ std::vector<DestinationStatus> VerticalOutput::destinations() const
 		list.push_back(std::move(status));
 	}
 	return list;
+}
+
+// The rate since the last reading, once that is a period old; the last rate until then.
+uint32_t VerticalOutput::measure(const Target &target, uint64_t bytes_sent)
+{
+	auto &meter = target.meter;
+	const Clock::time_point now = Clock::now();
+	if (meter.at == Clock::time_point{} || bytes_sent < meter.bytes) {
+		meter = {now, bytes_sent, 0};
+	} else if (now - meter.at >= kMeterPeriod) {
+		const double seconds = std::chrono::duration<double>(now - meter.at).count();
+		meter = {now, bytes_sent, uint32_t(double(bytes_sent - meter.bytes) * 8 / 1000 / seconds + 0.5)};
+	}
+	return meter.kbps;
 }
 
 void VerticalOutput::release_all()

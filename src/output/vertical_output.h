@@ -33,6 +33,9 @@ struct DestinationStatus {
 	StreamState state = StreamState::Stopped;
 	std::string error; // why it failed, for the user
 	SessionStats stats;
+	// What it sent over about the last second, in kbit/s. Measured at most once a second,
+	// so everyone who asks within that second is told the same figure.
+	uint32_t kbps = 0;
 };
 
 // The vertical stream: one instance of the plug-in's output type per enabled destination,
@@ -64,6 +67,7 @@ public:
 private:
 	struct Target;
 	bool start_target(Target &target);
+	static uint32_t measure(const Target &target, uint64_t bytes_sent);
 	void release_all();
 	static void on_output_stop(void *data, calldata_t *calldata);
 

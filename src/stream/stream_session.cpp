@@ -167,6 +167,8 @@ SessionStats StreamSession::stats() const
 	stats.queued_usec = queue_.span_usec();
 	stats.congestion = queue_.congestion();
 	stats.connect_time_ms = connect_time_ms_;
+	if (first_connected_ != Clock::time_point{})
+		stats.live_for = std::chrono::duration_cast<milliseconds>(Clock::now() - first_connected_);
 	return stats;
 }
 
@@ -224,6 +226,8 @@ void StreamSession::run()
 				queue_.set_connected(true);
 				if (ever_connected)
 					reconnects_++;
+				else
+					first_connected_ = Clock::now();
 			}
 			if (ever_connected) {
 				log_info("Vertical stream reconnected after %.1f s (attempt %u)",

@@ -55,6 +55,8 @@ struct SessionStats {
 	int64_t queued_usec = 0;
 	float congestion = 0;
 	int connect_time_ms = 0;
+	// Since the first connection of this run was made; zero until then.
+	std::chrono::milliseconds live_for{0};
 };
 
 // The delay before reconnect attempt `attempt` (0 for the first after a loss).
@@ -122,6 +124,7 @@ private:
 	uint32_t reconnects_ = 0;
 	uint64_t bytes_sent_ = 0;
 	int connect_time_ms_ = 0;
+	std::chrono::steady_clock::time_point first_connected_{};
 	std::chrono::steady_clock::time_point drop_began_;
 
 	// Held while an event is told; stop() and detach() take it, so none is told after.
