@@ -35,6 +35,12 @@ bool obs_module_load(void)
 	return true;
 }
 
+void obs_module_post_load(void)
+{
+	if (plugin)
+		plugin->post_load();
+}
+
 void obs_module_unload(void)
 {
 	if (!plugin)

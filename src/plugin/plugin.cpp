@@ -1,6 +1,8 @@
 #include "plugin.h"
 
 #include "dock_placement.h"
+#include "hotkeys.h"
+#include "remote_control.h"
 
 #include "base/log.h"
 #include "canvas/vertical_canvas.h"
@@ -19,6 +21,7 @@
 
 #include <util/config-file.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -27,8 +30,8 @@ namespace cv {
 namespace {
 
 constexpr const char *kVersion = "1.0.0";
-constexpr const char *kSettingsMenuItem = "Corvane Vertical Streaming Settings";
 const std::string kRule(60, '=');
+constexpr const char *kNoCanvas = "There is no vertical canvas: the profile's canvas settings cannot be used";
 
 // The Tools menu item cannot be taken back from the host; it reaches the plug-in that
 // is loaded, if any.
@@ -48,9 +51,8 @@ void post_rebuild_failure_box()
 	QMetaObject::invokeMethod(
 		app,
 		[] {
-			QMessageBox::information(nullptr, "Corvane Vertical Canvas",
-						 "Failed to rebuild the vertical canvas after profile switch.\n\n"
-						 "Restart OBS before using the vertical output again.",
+			QMessageBox::information(nullptr, QString::fromUtf8(obs_module_text("RebuildFailed.Title")),
+						 QString::fromUtf8(obs_module_text("RebuildFailed.Text")),
 						 QMessageBox::Ok);
 		},
 		Qt::QueuedConnection);
@@ -68,6 +70,31 @@ std::string host_recording_format()
 		if (const char *format = config_get_string(profile, section, key); format && *format)
 			return format;
 	return {};
+}
+
+// As the dock trims what is typed.
+std::string trimmed(const std::string &name)
+{
+	return QString::fromUtf8(name.c_str()).trimmed().toUtf8().toStdString();
+}
+
+const char *hotkey_name(HotkeyAction action)
+{
+	switch (action) {
+	case HotkeyAction::StartStreaming:
+		return "start streaming";
+	case HotkeyAction::StopStreaming:
+		return "stop streaming";
+	case HotkeyAction::StartRecording:
+		return "start recording";
+	case HotkeyAction::StopRecording:
+		return "stop recording";
+	case HotkeyAction::NextScene:
+		return "next scene";
+	case HotkeyAction::PreviousScene:
+		break;
+	}
+	return "previous scene";
 }
 
 } // namespace
@@ -100,8 +127,10 @@ bool Plugin::load()
 	loaded = this;
 	obs_frontend_add_event_callback(on_frontend_event, this);
 	joined_front_end_ = true;
+	hotkeys_ = std::make_unique<Hotkeys>([this](HotkeyAction action) { on_hotkey(action); });
+	hotkeys_->load_bindings();
 	obs_frontend_add_tools_menu_item(
-		kSettingsMenuItem,
+		obs_module_text("Menu.Settings"),
 		[](void *) {
 			if (loaded)
 				loaded->open_settings_dialog();
@@ -119,9 +148,18 @@ bool Plugin::load()
 	return true;
 }
 
+void Plugin::post_load()
+{
+	auto remote = std::make_unique<RemoteControl>(*this);
+	if (remote->join_websocket())
+		remote_ = std::move(remote);
+}
+
 void Plugin::unload()
 {
 	log_info("Unloading");
+	remote_.reset();
+	hotkeys_.reset();
 	if (joined_front_end_) {
 		obs_frontend_remove_event_callback(on_frontend_event, this);
 		joined_front_end_ = false;
@@ -161,7 +199,8 @@ void Plugin::handle_event(enum obs_frontend_event event)
 	case OBS_FRONTEND_EVENT_RECORDING_STARTED:
 		if (settings_.autorecordwithmain && recording_ && !recording_->is_active()) {
 			log_info("Main recording started — starting the vertical recording");
-			start_recording();
+			if (const std::string error = start_recording(); !error.empty())
+				log_warning("The vertical recording did not start: %s", error.c_str());
 		}
 		break;
 	case OBS_FRONTEND_EVENT_RECORDING_STOPPING:
@@ -177,8 +216,14 @@ void Plugin::handle_event(enum obs_frontend_event event)
 		break;
 	case OBS_FRONTEND_EVENT_PROFILE_CHANGED:
 		on_profile_changed();
+		// The host keeps hotkey bindings per profile.
+		if (hotkeys_)
+			hotkeys_->load_bindings();
 		break;
 	case OBS_FRONTEND_EVENT_EXIT:
+		// The websocket server stops with the host.
+		if (remote_)
+			remote_->leave_websocket();
 		if (const std::optional<DockState> placement = dock_placement()) {
 			files_.set_dock(*placement);
 			log_info("Dock state saved (floating=%s, visible=%s)", *placement->floating ? "yes" : "no",
@@ -213,12 +258,144 @@ void Plugin::save_settings(const PluginConfig &config)
 		output_->update_config(output_config(config));
 }
 
-bool Plugin::start_recording()
+void Plugin::on_hotkey(HotkeyAction action)
+{
+	std::string error;
+	switch (action) {
+	case HotkeyAction::StartStreaming:
+		error = start_streaming();
+		break;
+	case HotkeyAction::StopStreaming:
+		error = stop_streaming();
+		break;
+	case HotkeyAction::StartRecording:
+		error = start_recording();
+		break;
+	case HotkeyAction::StopRecording:
+		error = stop_recording();
+		break;
+	case HotkeyAction::NextScene:
+		error = step_scene(1);
+		break;
+	case HotkeyAction::PreviousScene:
+		error = step_scene(-1);
+		break;
+	}
+	if (!error.empty())
+		log_warning("Hotkey %s: %s", hotkey_name(action), error.c_str());
+}
+
+std::string Plugin::start_streaming()
+{
+	if (!output_)
+		return kNoCanvas;
+	if (output_->is_active() || output_->start())
+		return {};
+	std::string why;
+	for (const DestinationStatus &status : output_->destinations())
+		if (status.enabled && !status.error.empty())
+			why += (why.empty() ? "" : "; ") + status.name + ": " + status.error;
+	return why.empty() ? "No destination is switched on" : why;
+}
+
+std::string Plugin::stop_streaming()
+{
+	if (output_ && output_->is_active())
+		output_->stop();
+	return {};
+}
+
+std::string Plugin::start_recording()
 {
 	if (!recording_)
-		return false;
+		return kNoCanvas;
+	if (recording_->is_active())
+		return {};
 	BPtr<char> folder = obs_frontend_get_current_record_output_path();
-	return recording_->start(folder ? folder.Get() : "", host_recording_format());
+	if (recording_->start(folder ? folder.Get() : "", host_recording_format()))
+		return {};
+	const std::string error = recording_->error();
+	return error.empty() ? "The vertical recording could not start" : error;
+}
+
+std::string Plugin::stop_recording()
+{
+	if (recording_ && recording_->is_active())
+		recording_->stop();
+	return {};
+}
+
+std::string Plugin::step_scene(int step)
+{
+	if (!canvas_)
+		return kNoCanvas;
+	const std::vector<std::string> names = canvas_->scene_names();
+	if (names.empty())
+		return "There are no vertical scenes";
+	const auto count = int(names.size());
+	const auto found = std::find(names.begin(), names.end(), canvas_->active_scene_name());
+	// From no active scene, one step forward is the first, one back the last.
+	const int from = found == names.end() ? (step > 0 ? -1 : 0) : int(found - names.begin());
+	return set_active_scene(names[size_t(((from + step) % count + count) % count)]);
+}
+
+std::string Plugin::set_active_scene(const std::string &name)
+{
+	if (!canvas_)
+		return kNoCanvas;
+	if (!canvas_->set_active_scene(name))
+		return "No vertical scene is named \"" + name + "\"";
+	// Saved with the next save of the list, as a click in the dock is.
+	if (dock_)
+		dock_->refreshSceneList();
+	return {};
+}
+
+std::string Plugin::create_scene(const std::string &typed)
+{
+	const std::string name = trimmed(typed);
+	if (!canvas_)
+		return kNoCanvas;
+	if (name.empty())
+		return "A scene name cannot be empty";
+	if (!canvas_->create_scene(name))
+		return "A scene named \"" + name + "\" already exists";
+	scenes_edited();
+	return {};
+}
+
+std::string Plugin::remove_scene(const std::string &name)
+{
+	if (!canvas_)
+		return kNoCanvas;
+	if (!canvas_->remove_scene(name))
+		return "No vertical scene is named \"" + name + "\"";
+	scenes_edited();
+	return {};
+}
+
+std::string Plugin::assign_host_scene(const std::string &name, const std::string &host_scene)
+{
+	if (!canvas_)
+		return kNoCanvas;
+	const std::vector<std::string> names = canvas_->scene_names();
+	if (std::find(names.begin(), names.end(), name) == names.end())
+		return "No vertical scene is named \"" + name + "\"";
+	if (!host_scene.empty()) {
+		OBSSourceAutoRelease source = obs_get_source_by_name(host_scene.c_str());
+		if (!source || !obs_scene_from_source(source))
+			return "No OBS scene is named \"" + host_scene + "\"";
+	}
+	canvas_->assign_scene_source(name, host_scene);
+	scenes_edited();
+	return {};
+}
+
+void Plugin::scenes_edited()
+{
+	save_scenes();
+	if (dock_)
+		dock_->refreshSceneList();
 }
 
 void Plugin::open_settings_dialog()
@@ -283,8 +460,10 @@ void Plugin::show_runtime()
 	if (!dock_ && host_main_window()) {
 		dock_ = new VerticalDock(canvas_.get(), output_.get(), recording_.get(), host_main_window());
 		scenes_changed_ = QObject::connect(dock_, &VerticalDock::scenesChanged, [this] { save_scenes(); });
-		record_clicked_ =
-			QObject::connect(dock_, &VerticalDock::startRecordingRequested, [this] { start_recording(); });
+		record_clicked_ = QObject::connect(dock_, &VerticalDock::startRecordingRequested, [this] {
+			if (const std::string error = start_recording(); !error.empty())
+				log_warning("The vertical recording did not start: %s", error.c_str());
+		});
 		add_dock_to_host(dock_, files_.dock());
 		log_info("Vertical Canvas dock registered");
 	}

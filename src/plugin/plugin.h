@@ -12,9 +12,13 @@
 #include <QPointer>
 
 #include <memory>
+#include <string>
 
 namespace cv {
 
+class Hotkeys;
+enum class HotkeyAction;
+class RemoteControl;
 class VerticalCanvas;
 class VerticalDock;
 class VerticalOutput;
@@ -30,6 +34,9 @@ public:
 	// Reads the settings, builds the runtime and joins the front end. False when the
 	// canvas cannot be built: the host then refuses the module.
 	bool load();
+	// Once every module is loaded: offers the requests of the host's websocket server,
+	// when it has one.
+	void post_load();
 	// Leaves the front end, saves everything and takes the runtime down.
 	void unload();
 
@@ -39,8 +46,22 @@ public:
 	// (stream settings) or the next profile switch (canvas settings).
 	void save_settings(const PluginConfig &config);
 	void open_settings_dialog();
+
+	// What the dock, the hotkeys and websocket clients ask for. Each returns an empty
+	// text when it is done, or why not, in English, for the log and the caller.
+	std::string start_streaming();
+	std::string stop_streaming();
 	// Records the vertical canvas into the host's recording folder, in its format.
-	bool start_recording();
+	std::string start_recording();
+	std::string stop_recording();
+	// The vertical scene `step` places after the active one, wrapping around the list.
+	std::string step_scene(int step);
+	std::string set_active_scene(const std::string &name);
+	// Scene edits keep the dock's rules (names trimmed, unique) and are saved at once.
+	std::string create_scene(const std::string &name);
+	std::string remove_scene(const std::string &name);
+	// An empty host scene name leaves the vertical scene showing nothing.
+	std::string assign_host_scene(const std::string &name, const std::string &host_scene);
 
 	const PluginConfig &settings() const { return settings_; }
 	// Null while there is no runtime (a profile's canvas could not be built).
@@ -52,6 +73,8 @@ public:
 
 private:
 	bool build_runtime();
+	void scenes_edited();
+	void on_hotkey(HotkeyAction action);
 	void take_down_runtime();
 	void save_scenes();
 	void show_runtime();
@@ -63,6 +86,8 @@ private:
 	std::unique_ptr<VerticalOutput> output_;
 	std::unique_ptr<VerticalRecording> recording_; // shares the output's encode
 	QPointer<VerticalDock> dock_;
+	std::unique_ptr<Hotkeys> hotkeys_;
+	std::unique_ptr<RemoteControl> remote_;
 	QMetaObject::Connection scenes_changed_;
 	QMetaObject::Connection record_clicked_;
 	bool joined_front_end_ = false;

@@ -1,0 +1,279 @@
+#include "remote_control.h"
+
+#include "plugin.h"
+
+#include "base/log.h"
+#include "canvas/vertical_canvas.h"
+#include "output/vertical_recording.h"
+
+#include <QMetaObject>
+#include <QThread>
+#include <QTimer>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+namespace cv {
+
+namespace {
+
+constexpr const char *const kRequests[] = {"GetStatus",      "StartStreaming", "StopStreaming",
+					   "StartRecording", "StopRecording",  "SetActiveScene",
+					   "CreateScene",    "RemoveScene",    "AssignHostScene"};
+// How long a request waits for the UI thread, which may be busy with a modal dialog's
+// own work or a profile switch.
+constexpr std::chrono::seconds kUiTimeout(5);
+// How often states are compared for events.
+constexpr std::chrono::milliseconds kWatchPeriod(100);
+
+// The control requests are handed to, while there is one. The websocket server keeps
+// the request callbacks for as long as it runs, so they look here every time.
+std::mutex current_mutex;
+RemoteControl *current = nullptr;
+
+OBSData new_data()
+{
+	OBSDataAutoRelease data = obs_data_create();
+	return OBSData(data.Get());
+}
+
+OBSData reply(const std::string &error)
+{
+	OBSData data = new_data();
+	obs_data_set_bool(data, "ok", error.empty());
+	if (!error.empty())
+		obs_data_set_string(data, "error", error.c_str());
+	return data;
+}
+
+// A string field of the request; an error when it is missing or not a string.
+std::string read_string(obs_data_t *request, const char *name, std::string *value)
+{
+	obs_data_item_t *item = request ? obs_data_item_byname(request, name) : nullptr;
+	const bool present = item != nullptr;
+	const bool string = present && obs_data_item_gettype(item) == OBS_DATA_STRING;
+	if (string)
+		*value = obs_data_item_get_string(item);
+	obs_data_item_release(&item);
+	if (!present)
+		return std::string("Missing field \"") + name + "\"";
+	return string ? std::string() : std::string("Field \"") + name + "\" must be a string";
+}
+
+// The reply to a request, made on the UI thread and waited for on the server's.
+struct PendingReply {
+	std::mutex mutex;
+	std::condition_variable ready;
+	OBSData data;
+
+	void finish(OBSData reply)
+	{
+		std::lock_guard lock(mutex);
+		data = std::move(reply);
+		ready.notify_all();
+	}
+	OBSData wait()
+	{
+		std::unique_lock lock(mutex);
+		ready.wait_for(lock, kUiTimeout, [this] { return data != nullptr; });
+		return data;
+	}
+};
+
+void on_request(obs_data_t *request, obs_data_t *response, void *type_data)
+{
+	const std::string type = static_cast<const char *>(type_data);
+	auto pending = std::make_shared<PendingReply>();
+	RemoteControl *control = nullptr;
+	bool on_ui_thread = false;
+	{
+		std::lock_guard lock(current_mutex);
+		control = current;
+		on_ui_thread = control && QThread::currentThread() == control->thread();
+		if (control && !on_ui_thread) {
+			// Held by the posted work, which outlives this call when it times out.
+			OBSData held = request;
+			QMetaObject::invokeMethod(
+				control,
+				[control, type, held, pending] { pending->finish(control->handle(type, held)); },
+				Qt::QueuedConnection);
+		}
+	}
+	OBSData answer;
+	if (!control)
+		answer = reply("Corvane Vertical Canvas is not loaded");
+	else if (on_ui_thread) // another module calling it there: the control cannot go meanwhile
+		answer = control->handle(type, request);
+	else if (!(answer = pending->wait()))
+		answer = reply("OBS did not take the request within 5 s; it may still be carried out");
+	obs_data_apply(response, answer);
+}
+
+} // namespace
+
+RemoteControl::RemoteControl(Plugin &plugin) : plugin_(plugin), watch_(new QTimer(this))
+{
+	watch_->setInterval(int(kWatchPeriod.count()));
+	connect(watch_, &QTimer::timeout, this, &RemoteControl::report_changes);
+}
+
+RemoteControl::~RemoteControl()
+{
+	std::lock_guard lock(current_mutex);
+	if (current == this)
+		current = nullptr;
+}
+
+bool RemoteControl::join_websocket()
+{
+	vendor_ = websocket::register_vendor(kVendorName);
+	if (!vendor_)
+		return false;
+	for (const char *type : kRequests)
+		if (!websocket::register_request(vendor_, type, on_request, const_cast<char *>(type)))
+			log_warning("Websocket request %s could not be registered", type);
+	{
+		std::lock_guard lock(current_mutex);
+		current = this;
+	}
+	report_changes();
+	watch_->start();
+	log_info("Websocket requests offered by vendor \"%s\"", kVendorName);
+	return true;
+}
+
+void RemoteControl::leave_websocket()
+{
+	watch_->stop();
+	vendor_ = nullptr;
+}
+
+OBSData RemoteControl::handle(const std::string &type, obs_data_t *request)
+{
+	if (type == "GetStatus")
+		return status();
+	std::string error;
+	auto field = [&](const char *name, std::string *value) {
+		if (error.empty())
+			error = read_string(request, name, value);
+		return error.empty();
+	};
+	std::string scene, host_scene;
+	if (type == "StartStreaming")
+		error = plugin_.start_streaming();
+	else if (type == "StopStreaming")
+		error = plugin_.stop_streaming();
+	else if (type == "StartRecording")
+		error = plugin_.start_recording();
+	else if (type == "StopRecording")
+		error = plugin_.stop_recording();
+	else if (type == "SetActiveScene" && field("sceneName", &scene))
+		error = plugin_.set_active_scene(scene);
+	else if (type == "CreateScene" && field("sceneName", &scene))
+		error = plugin_.create_scene(scene);
+	else if (type == "RemoveScene" && field("sceneName", &scene))
+		error = plugin_.remove_scene(scene);
+	else if (type == "AssignHostScene" && field("sceneName", &scene) && field("hostSceneName", &host_scene))
+		error = plugin_.assign_host_scene(scene, host_scene);
+	if (!error.empty())
+		log_info("Websocket request %s refused: %s", type.c_str(), error.c_str());
+	// What the request changed is told before its reply.
+	report_changes();
+	return reply(error);
+}
+
+OBSData RemoteControl::status()
+{
+	OBSData data = reply({});
+	VerticalOutput *output = plugin_.output();
+	VerticalRecording *recording = plugin_.recording();
+	VerticalCanvas *canvas = plugin_.canvas();
+	obs_data_set_bool(data, "streaming", output && output->is_active());
+	obs_data_set_bool(data, "recording", recording && recording->is_active());
+	obs_data_set_string(data, "activeScene", canvas ? canvas->active_scene_name().c_str() : "");
+
+	// The host's data arrays hold objects only: each scene is {sceneName, hostSceneName}.
+	OBSDataArrayAutoRelease scenes = obs_data_array_create();
+	if (canvas) {
+		for (const std::string &name : canvas->scene_names()) {
+			OBSDataAutoRelease scene = obs_data_create();
+			obs_data_set_string(scene, "sceneName", name.c_str());
+			obs_data_set_string(scene, "hostSceneName", canvas->scene_source_name(name).c_str());
+			obs_data_array_push_back(scenes, scene);
+		}
+	}
+	obs_data_set_array(data, "scenes", scenes);
+
+	// Without a canvas (a profile whose canvas cannot be built), the one it asks for.
+	const PluginConfig &settings = plugin_.settings();
+	OBSDataAutoRelease format = obs_data_create();
+	obs_data_set_int(format, "width", canvas ? canvas->width() : settings.canvaswidth);
+	obs_data_set_int(format, "height", canvas ? canvas->height() : settings.canvasheight);
+	obs_data_set_int(format, "fpsNum", canvas ? canvas->fps_num() : settings.fpsnum);
+	obs_data_set_int(format, "fpsDen", canvas ? canvas->fps_den() : settings.fpsden);
+	obs_data_set_obj(data, "canvas", format);
+
+	OBSDataArrayAutoRelease destinations = obs_data_array_create();
+	for (const DestinationStatus &status : output ? output->destinations() : std::vector<DestinationStatus>()) {
+		OBSDataAutoRelease destination = obs_data_create();
+		obs_data_set_string(destination, "name", status.name.c_str());
+		obs_data_set_bool(destination, "enabled", status.enabled);
+		obs_data_set_string(destination, "state", state_name(status.state));
+		obs_data_set_int(destination, "kbps", status.kbps);
+		obs_data_set_int(destination, "droppedFrames", (long long)status.stats.dropped.video_frames);
+		obs_data_set_int(destination, "reconnects", status.stats.reconnects);
+		obs_data_set_int(destination, "uptimeSeconds",
+				 std::chrono::duration_cast<std::chrono::seconds>(status.stats.live_for).count());
+		if (!status.error.empty())
+			obs_data_set_string(destination, "error", status.error.c_str());
+		obs_data_array_push_back(destinations, destination);
+	}
+	obs_data_set_array(data, "destinations", destinations);
+	return data;
+}
+
+void RemoteControl::report_changes()
+{
+	Seen now;
+	if (VerticalOutput *output = plugin_.output())
+		for (const DestinationStatus &status : output->destinations())
+			now.destinations.emplace_back(status.name, status.state);
+	now.recording = plugin_.recording() && plugin_.recording()->is_active();
+	now.scene = plugin_.canvas() ? plugin_.canvas()->active_scene_name() : std::string();
+	if (seen_once_) {
+		for (const auto &[name, state] : now.destinations) {
+			StreamState before = StreamState::Stopped;
+			for (const auto &[seen_name, seen_state] : seen_.destinations)
+				if (seen_name == name)
+					before = seen_state;
+			if (state == before)
+				continue;
+			OBSDataAutoRelease event = obs_data_create();
+			obs_data_set_string(event, "destination", name.c_str());
+			obs_data_set_string(event, "state", state_name(state));
+			emit_event("StreamingStateChanged", event);
+		}
+		if (now.recording != seen_.recording) {
+			OBSDataAutoRelease event = obs_data_create();
+			obs_data_set_bool(event, "recording", now.recording);
+			emit_event("RecordingStateChanged", event);
+		}
+		if (now.scene != seen_.scene) {
+			OBSDataAutoRelease event = obs_data_create();
+			obs_data_set_string(event, "sceneName", now.scene.c_str());
+			emit_event("ActiveSceneChanged", event);
+		}
+	}
+	seen_ = std::move(now);
+	seen_once_ = true;
+}
+
+void RemoteControl::emit_event(const char *type, obs_data_t *data)
+{
+	if (vendor_)
+		websocket::emit_event(vendor_, type, data);
+}
+
+} // namespace cv
