@@ -85,7 +85,7 @@ class ObsSession:
 
     def __init__(self, build_dir, base_size=(640, 360), fps=30, root=None,
                  profile_settings=None, keep=False, use_display=None, stream=None, extra_profiles=None,
-                 global_settings=None):
+                 global_settings=None, hotkeys=None):
         self.build_dir = Path(build_dir)
         self.base_size = base_size
         self.fps = fps
@@ -95,6 +95,8 @@ class ObsSession:
         self.stream = stream
         self.extra_profiles = extra_profiles or {}
         self.global_settings = global_settings or {}
+        # Hotkey bindings as the host's settings keep them: {hotkey name: [key, ...]}.
+        self.hotkeys = hotkeys or {}
         self.keep = keep
         self.use_display = use_display
         self.root = Path(root or tempfile.mkdtemp(prefix="cv-obs-"))
@@ -108,6 +110,7 @@ class ObsSession:
         self.ws = None
         self._request_id = 0
         self.stdout_path = self.root / "obs-stdout.txt"
+        self.recordings_dir = self.root / "recordings"
         self.preexec = None  # run in the obs process before it starts
 
     # ---- preparation -------------------------------------------------------------------
@@ -135,7 +138,9 @@ class ObsSession:
             "Audio": {"SampleRate": 48000, "ChannelSetup": "Stereo"},
             "Output": {"Mode": "Simple"},
             "SimpleOutput": {"VBitrate": 1500, "StreamEncoder": "x264", "ABitrate": 128,
-                             "Preset": "veryfast"},
+                             "Preset": "veryfast", "FilePath": str(self.recordings_dir)},
+            "Hotkeys": {name: json.dumps({"bindings": [{"key": key} for key in keys]})
+                        for name, keys in self.hotkeys.items()},
         }))
         if self.stream:
             server, key = self.stream
@@ -146,6 +151,7 @@ class ObsSession:
 
     def prepare(self):
         self.home.mkdir(parents=True, exist_ok=True)
+        self.recordings_dir.mkdir(parents=True, exist_ok=True)
         w, h = self.base_size
         general = {
             "General": {"FirstRun": "true", "LastVersion": "999999999", "EnableAutoUpdates": "false",

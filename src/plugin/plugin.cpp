@@ -242,6 +242,8 @@ void Plugin::handle_event(enum obs_frontend_event event)
 	default:
 		break;
 	}
+	if (remote_)
+		remote_->report_changes();
 	handling_event_ = false;
 }
 
@@ -283,6 +285,9 @@ void Plugin::on_hotkey(HotkeyAction action)
 	}
 	if (!error.empty())
 		log_warning("Hotkey %s: %s", hotkey_name(action), error.c_str());
+	// Websocket clients hear of it now, not at the next look.
+	if (remote_)
+		remote_->report_changes();
 }
 
 std::string Plugin::start_streaming()
