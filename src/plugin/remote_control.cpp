@@ -10,6 +10,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -243,18 +244,27 @@ void RemoteControl::report_changes()
 	now.recording = plugin_.recording() && plugin_.recording()->is_active();
 	now.scene = plugin_.canvas() ? plugin_.canvas()->active_scene_name() : std::string();
 	if (seen_once_) {
-		for (const auto &[name, state] : now.destinations) {
-			StreamState before = StreamState::Stopped;
-			for (const auto &[seen_name, seen_state] : seen_.destinations)
+		auto state_in = [](const Seen &seen, const std::string &name) {
+			for (const auto &[seen_name, seen_state] : seen.destinations)
 				if (seen_name == name)
-					before = seen_state;
-			if (state == before)
-				continue;
+					return seen_state;
+			return StreamState::Stopped;
+		};
+		auto tell = [this](const std::string &name, StreamState state) {
 			OBSDataAutoRelease event = obs_data_create();
 			obs_data_set_string(event, "destination", name.c_str());
 			obs_data_set_string(event, "state", state_name(state));
 			emit_event("StreamingStateChanged", event);
-		}
+		};
+		for (const auto &[name, state] : now.destinations)
+			if (state != state_in(seen_, name))
+				tell(name, state);
+		// Gone with a profile switch (or renamed) while it streamed: it stopped.
+		for (const auto &[name, state] : seen_.destinations)
+			if (state != StreamState::Stopped &&
+			    std::none_of(now.destinations.begin(), now.destinations.end(),
+					 [&name = name](const auto &entry) { return entry.first == name; }))
+				tell(name, StreamState::Stopped);
 		if (now.recording != seen_.recording) {
 			OBSDataAutoRelease event = obs_data_create();
 			obs_data_set_bool(event, "recording", now.recording);
