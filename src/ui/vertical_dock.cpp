@@ -1,6 +1,8 @@
 #include "vertical_dock.h"
 
 #include "scene_config_dialog.h"
+#include "stream_error_box.h"
+#include "texts.h"
 #include "vertical_preview.h"
 
 #include "canvas/vertical_canvas.h"
@@ -23,7 +25,6 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
-
 #include <utility>
 
 namespace cv {
@@ -48,16 +49,21 @@ QString from_utf8(const std::string &text)
 	return QString::fromUtf8(text.c_str(), int(text.size()));
 }
 
-QPushButton *make_button(QWidget *parent, const char *text, const char *tip)
+QPushButton *make_button(QWidget *parent, const QString &label, const QString &tip)
 {
-	auto *button = new QPushButton(QString::fromUtf8(text), parent);
-	button->setToolTip(QString::fromUtf8(tip));
+	auto *button = new QPushButton(label, parent);
+	button->setToolTip(tip);
 	return button;
 }
 
 QString exists_message(const QString &typed)
 {
-	return "A scene named \"" + typed + "\" already exists.";
+	return text("Dock.SceneExists").arg(typed);
+}
+
+QString scene_caption(const QString &active)
+{
+	return active.isEmpty() ? text("Dock.NoActiveScene") : text("Dock.ActiveScene").arg(active);
 }
 
 bool sending(StreamState state)
@@ -65,23 +71,31 @@ bool sending(StreamState state)
 	return state == StreamState::Live || state == StreamState::Connecting || state == StreamState::Reconnecting;
 }
 
-// "<name> — <state>" and its colour.
-std::pair<QString, const char *> describe(const DestinationStatus &status)
+// The state's words and colour.
+std::pair<QString, const char *> describe_state(const DestinationStatus &status)
 {
-	const QString name = from_utf8(status.name) + QString::fromUtf8(" \u2014 ");
 	switch (status.state) {
 	case StreamState::Live:
-		return {name + "Live", kGreen};
+		return {text("Dock.State.Live"), kGreen};
 	case StreamState::Connecting:
-		return {name + QString::fromUtf8("Connecting\u2026"), kAmber};
+		return {text("Dock.State.Connecting"), kAmber};
 	case StreamState::Reconnecting:
-		return {name + QString::fromUtf8("Reconnecting\u2026"), kAmber};
+		return {text("Dock.State.Reconnecting"), kAmber};
 	case StreamState::Failed:
-		return {name + (status.error.empty() ? QString("Failed") : "Failed: " + from_utf8(status.error)), kRed};
+		return {status.error.empty() ? text("Dock.State.Failed")
+					     : text("Dock.State.FailedWith").arg(engine_text(status.error)),
+			kRed};
 	case StreamState::Stopped:
 		break;
 	}
-	return {name + (status.enabled ? "Stopped" : "Off"), kGrey};
+	return {text(status.enabled ? "Dock.State.Stopped" : "Dock.State.Off"), kGrey};
+}
+
+// "<name> — <state>" and its colour.
+std::pair<QString, const char *> describe(const DestinationStatus &status)
+{
+	const auto [state, colour] = describe_state(status);
+	return {text("Dock.Destination").arg(from_utf8(status.name), state), colour};
 }
 
 } // namespace
@@ -94,7 +108,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	  recording(dockRecording)
 {
 	setObjectName("CorvaneVerticalCanvasDock");
-	setWindowTitle("Vertical Canvas");
+	setWindowTitle(text("Dock.Title"));
 	setMinimumWidth(270);
 	setMaximumWidth(540);
 
@@ -102,7 +116,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	main->setContentsMargins(4, 4, 4, 4);
 	main->setSpacing(4);
 
-	sceneLabel = new QLabel("Vertical Canvas", this);
+	sceneLabel = new QLabel(text("Dock.Title"), this);
 	sceneLabel->setAlignment(Qt::AlignCenter);
 	sceneLabel->setStyleSheet("font-size: 11px; color: #aaa;");
 	main->addWidget(sceneLabel);
@@ -119,7 +133,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	previewRow->addStretch();
 	main->addWidget(previewBox, 1);
 
-	auto *scenesHeader = new QLabel("Scenes", this);
+	auto *scenesHeader = new QLabel(text("Dock.Scenes"), this);
 	scenesHeader->setStyleSheet(kQuietStyle);
 	main->addWidget(scenesHeader);
 
@@ -134,12 +148,10 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	auto *sceneButtons = new QGridLayout;
 	sceneButtons->setSpacing(4);
 	sceneButtons->setContentsMargins(0, 0, 0, 0);
-	addButton = make_button(this, "+ Add", "Add a new vertical scene");
-	removeButton = make_button(this, "- Remove", "Remove selected scene");
-	renameButton = make_button(this, "Rename", "Rename selected scene");
-	assignButton = make_button(this, "Assign OBS Scene",
-				   "Assign an OBS scene to this vertical slot. Build your 9:16 layout in OBS's scene "
-				   "editor -- changes appear live.");
+	addButton = make_button(this, text("Dock.AddScene"), text("Dock.AddScene.ToolTip"));
+	removeButton = make_button(this, text("Dock.RemoveScene"), text("Dock.RemoveScene.ToolTip"));
+	renameButton = make_button(this, text("Dock.RenameScene"), text("Dock.RenameScene.ToolTip"));
+	assignButton = make_button(this, text("Dock.AssignScene"), text("Dock.AssignScene.ToolTip"));
 	sceneButtons->addWidget(addButton, 0, 0);
 	sceneButtons->addWidget(removeButton, 0, 1);
 	sceneButtons->addWidget(renameButton, 1, 0);
@@ -152,15 +164,15 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 
 	auto *streamButtons = new QHBoxLayout;
 	streamButtons->setSpacing(6);
-	startButton = make_button(this, "Start", "Start vertical stream");
-	stopButton = make_button(this, "Stop", "Stop vertical stream");
+	startButton = make_button(this, text("Dock.Start"), text("Dock.Start.ToolTip"));
+	stopButton = make_button(this, text("Dock.Stop"), text("Dock.Stop.ToolTip"));
 	connect(startButton, &QPushButton::clicked, this, &VerticalDock::onStartClicked);
 	connect(stopButton, &QPushButton::clicked, this, &VerticalDock::onStopClicked);
 	streamButtons->addWidget(startButton);
 	streamButtons->addWidget(stopButton);
 	main->addLayout(streamButtons);
 
-	statusLabel = new QLabel("Stopped", this);
+	statusLabel = new QLabel(text("Dock.Stopped"), this);
 	statusLabel->setAlignment(Qt::AlignCenter);
 	statusLabel->setStyleSheet(kQuietStyle);
 	main->addWidget(statusLabel);
@@ -174,7 +186,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	destinationStatusList->setStyleSheet("QListWidget { font-size: 11px; background: transparent; }");
 	main->addWidget(destinationStatusList);
 
-	recordButton = make_button(this, "Record", "Record the vertical canvas into the host's recording folder");
+	recordButton = make_button(this, text("Dock.Record"), text("Dock.Record.ToolTip"));
 	connect(recordButton, &QPushButton::clicked, this, &VerticalDock::onRecordClicked);
 	main->addWidget(recordButton);
 	recordingLabel = new QLabel(this);
@@ -224,7 +236,7 @@ void VerticalDock::refreshSceneList()
 	sceneList->blockSignals(false);
 
 	if (!canvas) {
-		sceneLabel->setText("No active scene");
+		sceneLabel->setText(text("Dock.NoActiveScene"));
 		for (QPushButton *button : {addButton, removeButton, renameButton, assignButton}) {
 			if (button)
 				button->setEnabled(false);
@@ -258,12 +270,12 @@ void VerticalDock::refreshSceneList()
 		if (button)
 			button->setEnabled(!names.empty());
 	}
-	sceneLabel->setText(active.empty() ? QString("No active scene") : "Scene: " + from_utf8(active));
+	sceneLabel->setText(scene_caption(from_utf8(active)));
 }
 
 void VerticalDock::onActiveSceneChanged(QString sceneName)
 {
-	sceneLabel->setText(sceneName.isEmpty() ? QString("No active scene") : "Scene: " + sceneName);
+	sceneLabel->setText(scene_caption(sceneName));
 }
 
 void VerticalDock::onSceneItemClicked(QListWidgetItem *item)
@@ -280,8 +292,8 @@ void VerticalDock::onAddScene()
 	if (!canvas)
 		return;
 	bool ok = false;
-	const QString typed =
-		QInputDialog::getText(this, "Add Scene", "Scene name:", QLineEdit::Normal, QString(), &ok);
+	const QString typed = QInputDialog::getText(this, text("Dock.AddScene.Title"), text("Dock.AddScene.Label"),
+						    QLineEdit::Normal, QString(), &ok);
 	const QString name = typed.trimmed();
 	// The canvas may have gone while the dialog was open (a profile switch).
 	if (!ok || name.isEmpty() || !canvas)
@@ -290,7 +302,7 @@ void VerticalDock::onAddScene()
 		refreshSceneList();
 		emit scenesChanged();
 	} else {
-		QMessageBox::warning(this, "Add Scene", exists_message(typed), QMessageBox::Ok);
+		QMessageBox::warning(this, text("Dock.AddScene.Title"), exists_message(typed), QMessageBox::Ok);
 	}
 }
 
@@ -299,8 +311,8 @@ void VerticalDock::onRemoveScene()
 	const QString name = currentSceneName();
 	if (!canvas || name.isEmpty())
 		return;
-	const auto answer = QMessageBox::question(this, "Remove Scene",
-						  "Remove scene \"" + name + "\"? This cannot be undone.",
+	const auto answer = QMessageBox::question(this, text("Dock.RemoveScene.Title"),
+						  text("Dock.RemoveScene.Question").arg(name),
 						  QMessageBox::Yes | QMessageBox::Cancel);
 	if (answer != QMessageBox::Yes || !canvas)
 		return;
@@ -315,7 +327,8 @@ void VerticalDock::onRenameScene()
 	if (!canvas || oldName.isEmpty())
 		return;
 	bool ok = false;
-	const QString typed = QInputDialog::getText(this, "Rename Scene", "New name:", QLineEdit::Normal, oldName, &ok);
+	const QString typed = QInputDialog::getText(this, text("Dock.RenameScene.Title"),
+						    text("Dock.RenameScene.Label"), QLineEdit::Normal, oldName, &ok);
 	const QString newName = typed.trimmed();
 	if (!ok || newName.isEmpty() || newName == oldName || !canvas)
 		return;
@@ -323,7 +336,7 @@ void VerticalDock::onRenameScene()
 		refreshSceneList();
 		emit scenesChanged();
 	} else {
-		QMessageBox::warning(this, "Rename Scene", exists_message(typed), QMessageBox::Ok);
+		QMessageBox::warning(this, text("Dock.RenameScene.Title"), exists_message(typed), QMessageBox::Ok);
 	}
 }
 
@@ -333,7 +346,7 @@ void VerticalDock::onConfigureScene()
 		return;
 	const QString name = currentSceneName();
 	if (name.isEmpty()) {
-		QMessageBox::information(this, "Configure Scene", "Select a scene from the list first.",
+		QMessageBox::information(this, text("Dock.AssignScene.Title"), text("Dock.SelectSceneFirst"),
 					 QMessageBox::Ok);
 		return;
 	}
@@ -379,7 +392,7 @@ void VerticalDock::onStatusTick()
 	showDestinations(statuses);
 	showRecording();
 	if (!output) {
-		statusLabel->setText("No output");
+		statusLabel->setText(text("Dock.NoOutput"));
 		statusLabel->setStyleSheet(kQuietStyle);
 		startButton->setEnabled(false);
 		stopButton->setEnabled(false);
@@ -391,7 +404,7 @@ void VerticalDock::onStatusTick()
 	const bool active = output->is_active();
 	startButton->setEnabled(!active);
 	stopButton->setEnabled(active);
-	statusLabel->setText(streaming ? "Streaming" : "Stopped");
+	statusLabel->setText(text(streaming ? "Dock.Streaming" : "Dock.Stopped"));
 	statusLabel->setStyleSheet(streaming ? kStreamingStyle : kQuietStyle);
 }
 
@@ -418,13 +431,13 @@ void VerticalDock::showDestinations(const std::vector<DestinationStatus> &status
 void VerticalDock::showRecording()
 {
 	const bool active = recording && recording->is_active();
-	recordButton->setText(active ? "Stop Recording" : "Record");
+	recordButton->setText(text(active ? "Dock.StopRecording" : "Dock.Record"));
 	recordButton->setEnabled(active || output);
 	const std::string error = recording && !active ? recording->error() : std::string();
 	if (active)
-		recordingLabel->setText("Recording: " + QFileInfo(from_utf8(recording->path())).fileName());
+		recordingLabel->setText(text("Dock.Recording").arg(QFileInfo(from_utf8(recording->path())).fileName()));
 	else if (!error.empty())
-		recordingLabel->setText("Recording failed: " + from_utf8(error));
+		recordingLabel->setText(text("Dock.RecordingFailed").arg(engine_text(error)));
 	else
 		recordingLabel->clear();
 	recordingLabel->setStyleSheet(error.empty() ? kQuietStyle : kFailedStyle);
