@@ -1,0 +1,43 @@
+#!/usr/bin/env python3
+"""The locale files against the code: every key the code looks up is in en-US.ini, each
+translation has exactly its keys, and each of its texts keeps the English text's %1, %2."""
+
+import re
+import sys
+from pathlib import Path
+
+root = Path(sys.argv[1])
+problems = []
+
+
+def read(path):
+    texts = {}
+    for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
+        # Unquoted, the host's reader would end the text at its first blank.
+        found = re.fullmatch(r'([A-Za-z][\w.]*)="(.*)"', line)
+        if line.strip() and (not found or found[1] in texts):
+            problems.append(f"{path.name}:{number}: malformed or repeated: {line}")
+        elif found:
+            texts[found[1]] = found[2]
+    return texts
+
+
+english = read(root / "data/locale/en-US.ini")
+groups = {key.split(".")[0] for key in english}
+for source in sorted((root / "src").rglob("*.[ch]*")):
+    code = source.read_text(encoding="utf-8")
+    used = set(re.findall(r'\b(?:text|obs_module_text)\(\s*"([^"]+)"', code))
+    used |= {key for key in re.findall(r'"([A-Za-z]+\.[\w.]+)"', code) if key.split(".")[0] in groups}
+    problems += [f"{source.relative_to(root)}: no text for {key}" for key in sorted(used - english.keys())]
+
+for path in sorted((root / "data/locale").glob("*.ini")):
+    texts = read(path)
+    if texts.keys() != english.keys():
+        problems.append(f"{path.name}: missing {sorted(english.keys() - texts.keys())}, "
+                        f"unknown {sorted(texts.keys() - english.keys())}")
+    for key in english.keys() & texts.keys():
+        if set(re.findall(r"%\d", english[key])) != set(re.findall(r"%\d", texts[key])):
+            problems.append(f"{path.name}: {key} does not have the placeholders of the English text")
+
+print("\n".join(problems) or "locale files complete")
+sys.exit(1 if problems else 0)
