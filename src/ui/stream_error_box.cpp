@@ -3,7 +3,6 @@
 #include "texts.h"
 
 #include "base/log.h"
-#include "stream/stream_session.h"
 
 #include <QCoreApplication>
 #include <QMessageBox>
@@ -18,9 +17,9 @@ const char *const kRecordingErrorTitle = "Vertical Canvas — Recording Error";
 
 namespace {
 
-// The English texts of the stream engine, the output and the recording, with their keys;
-// a "%1" stands for any text, itself looked up again. The output's and the recording's are
-// written out here as they write them.
+// The English texts of the stream engine, the output and the recording, written out here
+// as they write them (unit.locale finds each in their code), with their keys; a "%1" stands
+// for any text, itself looked up again.
 struct KnownText {
 	const char *english;
 	const char *key;
@@ -28,9 +27,9 @@ struct KnownText {
 const KnownText kKnownTexts[] = {
 	{kStreamErrorTitle, "Error.StreamTitle"},
 	{kRecordingErrorTitle, "Error.RecordingTitle"},
-	{kRejectedError, "Error.Rejected"},
-	{kNoAnswerError, "Error.NoAnswer"},
-	{kReconnectingError, "Error.Reconnecting"},
+	{"Stream rejected — check server URL and stream key", "Error.Rejected"},
+	{"The server did not answer within 10 s — check the server URL", "Error.NoAnswer"},
+	{"RTMP/SRT disconnected, reconnecting...", "Error.Reconnecting"},
 	{"Vertical output failed to connect.\nCheck your RTMP URL and stream key.", "Error.ConnectFailed"},
 	{"RTMP URL is empty", "Error.UrlEmpty"},
 	{"no encoder could start", "Error.NoEncoder"},

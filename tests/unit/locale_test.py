@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The locale files against the code: every key the code looks up is in en-US.ini, each
-translation has exactly its keys, and each of its texts keeps the English text's %1, %2."""
+"""Every text key the code uses is in en-US.ini; each translation has exactly its keys and each
+text the English one's %1, %2; the engine still writes the messages the error box translates."""
 
 import re
 import sys
@@ -30,14 +30,18 @@ for source in sorted((root / "src").rglob("*.[ch]*")):
     used |= {key for key in re.findall(r'"([A-Za-z]+\.[\w.]+)"', code) if key.split(".")[0] in groups}
     problems += [f"{source.relative_to(root)}: no text for {key}" for key in sorted(used - english.keys())]
 
+engine = "".join(p.read_text(encoding="utf-8") for p in sorted((root / "src").glob("[os]*/*.[ch]*")))
+table = (root / "src/ui/stream_error_box.cpp").read_text(encoding="utf-8")
+for message in re.findall(r'\{"((?:[^"\\]|\\.)*)",\s*"Error\.', table):
+    problems += [f"the engine no longer writes {part!r}" for part in message.split("%1") if part not in engine]
+
 for path in sorted((root / "data/locale").glob("*.ini")):
     texts = read(path)
     if texts.keys() != english.keys():
         problems.append(f"{path.name}: missing {sorted(english.keys() - texts.keys())}, "
                         f"unknown {sorted(texts.keys() - english.keys())}")
-    for key in english.keys() & texts.keys():
-        if set(re.findall(r"%\d", english[key])) != set(re.findall(r"%\d", texts[key])):
-            problems.append(f"{path.name}: {key} does not have the placeholders of the English text")
+    problems += [f"{path.name}: {key} lacks the English text's placeholders" for key in english.keys() & texts.keys()
+                 if set(re.findall(r"%\d", english[key])) != set(re.findall(r"%\d", texts[key]))]
 
 print("\n".join(problems) or "locale files complete")
 sys.exit(1 if problems else 0)
