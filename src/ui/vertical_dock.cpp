@@ -25,6 +25,7 @@
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace cv {
@@ -91,11 +92,28 @@ std::pair<QString, const char *> describe_state(const DestinationStatus &status)
 	return {text(status.enabled ? "Dock.State.Stopped" : "Dock.State.Off"), kGrey};
 }
 
-// "<name> — <state>" and its colour.
+// h:mm:ss
+QString clock_text(std::chrono::milliseconds span)
+{
+	const long long seconds = span.count() / 1000;
+	const QChar zero('0');
+	return QString("%1:%2:%3")
+		.arg(seconds / 3600)
+		.arg(seconds / 60 % 60, 2, 10, zero)
+		.arg(seconds % 60, 2, 10, zero);
+}
+
+// "<name> — <state>" and its colour; while it sends, its figures on a second line.
 std::pair<QString, const char *> describe(const DestinationStatus &status)
 {
 	const auto [state, colour] = describe_state(status);
-	return {text("Dock.Destination").arg(from_utf8(status.name), state), colour};
+	QString lines = text("Dock.Destination").arg(from_utf8(status.name), state);
+	if (sending(status.state))
+		lines += '\n' +
+			 text("Dock.Figures")
+				 .arg(QString::number(status.kbps), QString::number(status.stats.dropped.video_frames),
+				      QString::number(status.stats.reconnects), clock_text(status.stats.live_for));
+	return {lines, colour};
 }
 
 } // namespace
@@ -209,7 +227,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	recordingLabel->setObjectName("recordingLabel");
 
 	statusTimer = new QTimer(this);
-	statusTimer->setInterval(500);
+	statusTimer->setInterval(1000);
 	connect(statusTimer, &QTimer::timeout, this, &VerticalDock::onStatusTick);
 	statusTimer->start();
 
@@ -424,8 +442,12 @@ void VerticalDock::showDestinations(const std::vector<DestinationStatus> &status
 		item->setForeground(QColor(colour));
 	}
 	list->setVisible(list->count() > 0);
+	// Rows are one or two lines high; all of them are shown.
+	int height = 2 * list->frameWidth();
+	for (int row = 0; row < list->count(); row++)
+		height += list->sizeHintForRow(row);
 	if (list->count() > 0)
-		list->setFixedHeight(list->count() * list->sizeHintForRow(0) + 2 * list->frameWidth());
+		list->setFixedHeight(height);
 }
 
 void VerticalDock::showRecording()
