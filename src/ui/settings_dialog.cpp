@@ -85,6 +85,14 @@ SettingsDialog::SettingsDialog(const PluginConfig &current, SaveFunction saveSet
 	load();
 }
 
+void SettingsDialog::showEvent(QShowEvent *event)
+{
+	QDialog::showEvent(event);
+	// A window is made no taller than two thirds of the screen by itself, and its minimum
+	// height counts one line for each wrapped note: tall enough for every line of them.
+	setMinimumHeight(layout()->totalHeightForWidth(width()));
+}
+
 void SettingsDialog::build()
 {
 	auto *main = new QVBoxLayout(this);
