@@ -14,6 +14,7 @@
 #include <QColor>
 #include <QFileInfo>
 #include <QFont>
+#include <QFontMetrics>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QInputDialog>
@@ -21,11 +22,13 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStringList>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <utility>
 
 namespace cv {
@@ -103,17 +106,28 @@ QString clock_text(std::chrono::milliseconds span)
 		.arg(seconds % 60, 2, 10, zero);
 }
 
-// "<name> — <state>" and its colour; while it sends, its figures on a second line.
-std::pair<QString, const char *> describe(const DestinationStatus &status)
+// "<name> — <state>" and its colour; while it sends, below it what it sends, in as many
+// lines of `width` pixels as that needs.
+std::pair<QString, const char *> describe(const DestinationStatus &status, const QFontMetrics &metrics, int width)
 {
 	const auto [state, colour] = describe_state(status);
-	QString lines = text("Dock.Destination").arg(from_utf8(status.name), state);
-	if (sending(status.state))
-		lines += '\n' +
-			 text("Dock.Figures")
-				 .arg(QString::number(status.kbps), QString::number(status.stats.dropped.video_frames),
-				      QString::number(status.stats.reconnects), clock_text(status.stats.live_for));
-	return {lines, colour};
+	QStringList lines{text("Dock.Destination").arg(from_utf8(status.name), state)};
+	if (!sending(status.state))
+		return {lines.join('\n'), colour};
+	const QString figures[] = {
+		text("Dock.Figures.Bitrate").arg(status.kbps),
+		text("Dock.Figures.Dropped").arg(status.stats.dropped.video_frames),
+		text("Dock.Figures.Reconnects").arg(status.stats.reconnects),
+		text("Dock.Figures.Live").arg(clock_text(status.stats.live_for)),
+	};
+	const QString separator = QString::fromUtf8(" \u00B7 ");
+	for (size_t i = 0; i < std::size(figures); i++) {
+		if (i > 0 && metrics.horizontalAdvance(lines.last() + separator + figures[i]) <= width)
+			lines.last() += separator + figures[i];
+		else
+			lines.append(figures[i]);
+	}
+	return {lines.join('\n'), colour};
 }
 
 } // namespace
@@ -434,8 +448,12 @@ void VerticalDock::showDestinations(const std::vector<DestinationStatus> &status
 		delete list->takeItem(list->count() - 1);
 	while (list->count() < int(statuses.size()))
 		(new QListWidgetItem(list))->setFlags(Qt::ItemIsEnabled);
+	// An item's text has the list's width less the item's margins.
+	list->ensurePolished();
+	const QFontMetrics metrics(list->font());
+	const int width = list->viewport()->width() - 12;
 	for (size_t i = 0; i < statuses.size(); i++) {
-		const auto [text, colour] = describe(statuses[i]);
+		const auto [text, colour] = describe(statuses[i], metrics, width);
 		QListWidgetItem *item = list->item(int(i));
 		item->setText(text);
 		item->setToolTip(text);
