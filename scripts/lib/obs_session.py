@@ -85,7 +85,7 @@ class ObsSession:
 
     def __init__(self, build_dir, base_size=(640, 360), fps=30, root=None,
                  profile_settings=None, keep=False, use_display=None, stream=None, extra_profiles=None,
-                 global_settings=None):
+                 global_settings=None, language=None):
         self.build_dir = Path(build_dir)
         self.base_size = base_size
         self.fps = fps
@@ -95,6 +95,8 @@ class ObsSession:
         self.stream = stream
         self.extra_profiles = extra_profiles or {}
         self.global_settings = global_settings or {}
+        # The host's language, e.g. "de-DE"; its own default (English) when None.
+        self.language = language
         self.keep = keep
         self.use_display = use_display
         self.root = Path(root or tempfile.mkdtemp(prefix="cv-obs-"))
@@ -156,6 +158,8 @@ class ObsSession:
             "OBSWebSocket": {"FirstLoad": "false", "ServerEnabled": "true", "ServerPort": str(self.port),
                              "AlertsEnabled": "false", "AuthRequired": "false", "ServerPassword": ""},
         }
+        if self.language:
+            general["General"]["Language"] = self.language
         self.obs_config.mkdir(parents=True, exist_ok=True)
         # Older hosts read global.ini, newer ones user.ini.
         for name in ("global.ini", "user.ini"):
