@@ -5,9 +5,8 @@ recovers."""
 
 import time
 import unittest
-from pathlib import Path
 
-from e2e_session import ARGS, DOCK, KEEP, main, retry_after_host_crash, start_obs, wait_until
+from e2e_session import KEEP, main, retry_after_host_crash, start_obs, wait_until
 
 import media_probe
 from rtmp_server import RtmpServer
@@ -31,10 +30,6 @@ class FrontendEvents(unittest.TestCase):
         obs.request("StartStream")
         self.assertTrue(wait_until(lambda: server.recordings(keys["vertical"])), obs.log_text()[-3000:])
         time.sleep(6)
-        # The dock while it streams, with its figures, for a look.
-        artifacts = Path(ARGS.build_dir) / "test-artifacts"
-        artifacts.mkdir(exist_ok=True)
-        obs.screenshot(artifacts / "dock-streaming.png", window=obs.wait_for_window(DOCK))
         # A switch while both run ends the vertical stream (nginx logs a publish once it
         # ends); one to a canvas that cannot be built says so in a box.
         obs.request("SetCurrentProfile", {"profileName": "Broken"})

@@ -6,15 +6,13 @@ import re
 import sys
 from pathlib import Path
 
-root = Path(sys.argv[1])
-problems = []
+root, problems = Path(sys.argv[1]), []
 
 
 def read(path):
     texts = {}
     for number, line in enumerate(path.read_text(encoding="utf-8").splitlines(), 1):
-        # Unquoted, the host's reader would end the text at its first blank.
-        found = re.fullmatch(r'([A-Za-z][\w.]*)="(.*)"', line)
+        found = re.fullmatch(r'([A-Za-z][\w.]*)="(.*)"', line)  # unquoted, the host ends it at a blank
         if line.strip() and (not found or found[1] in texts):
             problems.append(f"{path.name}:{number}: malformed or repeated: {line}")
         elif found:
