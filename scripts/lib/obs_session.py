@@ -85,7 +85,7 @@ class ObsSession:
 
     def __init__(self, build_dir, base_size=(640, 360), fps=30, root=None,
                  profile_settings=None, keep=False, use_display=None, stream=None, extra_profiles=None,
-                 global_settings=None, hotkeys=None):
+                 global_settings=None, hotkeys=None, language=None):
         self.build_dir = Path(build_dir)
         self.base_size = base_size
         self.fps = fps
@@ -97,6 +97,8 @@ class ObsSession:
         self.global_settings = global_settings or {}
         # Hotkey bindings as the host's settings keep them: {hotkey name: [key, ...]}.
         self.hotkeys = hotkeys or {}
+        # The host's language, e.g. "de-DE"; its own default (English) when None.
+        self.language = language
         self.keep = keep
         self.use_display = use_display
         self.root = Path(root or tempfile.mkdtemp(prefix="cv-obs-"))
@@ -162,6 +164,8 @@ class ObsSession:
             "OBSWebSocket": {"FirstLoad": "false", "ServerEnabled": "true", "ServerPort": str(self.port),
                              "AlertsEnabled": "false", "AuthRequired": "false", "ServerPassword": ""},
         }
+        if self.language:
+            general["General"]["Language"] = self.language
         self.obs_config.mkdir(parents=True, exist_ok=True)
         # Older hosts read global.ini, newer ones user.ini.
         for name in ("global.ini", "user.ini"):

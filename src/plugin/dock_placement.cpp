@@ -1,5 +1,7 @@
 #include "dock_placement.h"
 
+#include "ui/texts.h"
+
 #include <obs-frontend-api.h>
 
 #include <QByteArray>
@@ -27,11 +29,11 @@ void add_dock_to_host(QWidget *widget, const DockState &state)
 {
 	QMainWindow *main = host_main_window();
 #if LIBOBS_API_MAJOR_VER >= 30
-	obs_frontend_add_dock_by_id(kDockId, kDockTitle, widget);
+	obs_frontend_add_dock_by_id(kDockId, obs_module_text("Dock.Title"), widget);
 #else
 	// Older hosts take a ready dock widget; it gets the id as object name so that
 	// everything else finds it the same way.
-	auto *wrapper = new QDockWidget(QString::fromUtf8(kDockTitle), main);
+	auto *wrapper = new QDockWidget(text("Dock.Title"), main);
 	wrapper->setObjectName(kDockId);
 	wrapper->setWidget(widget);
 	obs_frontend_add_dock(wrapper);

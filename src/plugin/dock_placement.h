@@ -11,8 +11,8 @@ class QWidget;
 
 namespace cv {
 
+// Its title is the locale text "Dock.Title".
 inline constexpr const char *kDockId = "corvane-vertical-canvas";
-inline constexpr const char *kDockTitle = "Vertical Canvas";
 
 // The host's main window; null without a front end.
 QMainWindow *host_main_window();

@@ -1,5 +1,7 @@
 #include "scene_config_dialog.h"
 
+#include "texts.h"
+
 #include <obs-frontend-api.h>
 #include <obs.h>
 #include <util/bmem.h>
@@ -14,21 +16,18 @@ namespace cv {
 SceneConfigDialog::SceneConfigDialog(const QString &sceneName, const QString &currentSource, QWidget *parent)
 	: QDialog(parent)
 {
-	setWindowTitle(QString::fromUtf8("Assign OBS Scene \u2014 ") + sceneName);
+	setWindowTitle(text("SceneConfig.Title").arg(sceneName));
 	setMinimumSize(320, 400);
 	auto *layout = new QVBoxLayout(this);
 
-	auto *hint = new QLabel(QString::fromUtf8("Select an OBS scene to render in this vertical slot.\n"
-						  "Build your 9:16 layout inside that OBS scene using\n"
-						  "OBS's normal scene editor \u2014 all changes appear live."),
-				this);
+	auto *hint = new QLabel(text("SceneConfig.Hint"), this);
 	hint->setWordWrap(true);
 	hint->setStyleSheet("font-size: 11px; color: #aaa; margin-bottom: 6px;");
 	layout->addWidget(hint);
 
 	sourceList = new QListWidget(this);
 	sourceList->setObjectName("sourceList");
-	auto *none = new QListWidgetItem("(None)", sourceList);
+	auto *none = new QListWidgetItem(text("SceneConfig.None"), sourceList);
 	none->setData(Qt::UserRole, QString());
 	if (currentSource.isEmpty())
 		sourceList->setCurrentItem(none);

@@ -1,8 +1,11 @@
 #include "settings_dialog.h"
 
+#include "texts.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
+#include <QFontMetrics>
 #include <QFormLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -22,17 +25,25 @@ namespace {
 
 constexpr int kFallbackPresetIndex = 2; // "veryfast"
 
-QSpinBox *make_spin(QWidget *parent, int minimum, int maximum, int step, const char *suffix)
+QSpinBox *make_spin(QWidget *parent, int minimum, int maximum, int step, const QString &unit = QString())
 {
 	auto *spin = new QSpinBox(parent);
 	spin->setRange(minimum, maximum);
 	spin->setSingleStep(step);
-	if (suffix)
-		spin->setSuffix(suffix);
+	if (!unit.isEmpty())
+		spin->setSuffix(" " + unit);
 	return spin;
 }
 
-QFormLayout *add_group(QVBoxLayout *main, QWidget *parent, const char *title)
+// A note below a group's fields, small and in italics.
+QLabel *make_note(QWidget *parent, const QString &note)
+{
+	auto *label = new QLabel("<small><i>" + note.toHtmlEscaped() + "</i></small>", parent);
+	label->setWordWrap(true);
+	return label;
+}
+
+QFormLayout *add_group(QVBoxLayout *main, QWidget *parent, const QString &title)
 {
 	auto *group = new QGroupBox(title, parent);
 	auto *form = new QFormLayout(group);
@@ -67,11 +78,19 @@ SettingsDialog::SettingsDialog(const PluginConfig &current, SaveFunction saveSet
 	  settings(current),
 	  save(std::move(saveSettings))
 {
-	setWindowTitle(QString::fromUtf8("Vertical Canvas \u2014 Settings"));
+	setWindowTitle(text("Settings.Title"));
 	setMinimumWidth(600);
 	setModal(true);
 	build();
 	load();
+}
+
+void SettingsDialog::showEvent(QShowEvent *event)
+{
+	QDialog::showEvent(event);
+	// A window is made no taller than two thirds of the screen by itself, and its minimum
+	// height counts one line for each wrapped note: tall enough for every line of them.
+	setMinimumHeight(layout()->totalHeightForWidth(width()));
 }
 
 void SettingsDialog::build()
@@ -81,7 +100,7 @@ void SettingsDialog::build()
 	main->setContentsMargins(16, 16, 16, 16);
 
 	// The destinations beside the fields that edit the selected one.
-	auto *streamGroup = new QGroupBox("Destinations", this);
+	auto *streamGroup = new QGroupBox(text("Settings.Destinations"), this);
 	auto *streamRow = new QHBoxLayout(streamGroup);
 	streamRow->setSpacing(12);
 	main->addWidget(streamGroup, 0);
@@ -91,11 +110,11 @@ void SettingsDialog::build()
 	destinationList->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Ignored);
 	destinationList->setFixedWidth(160);
 	destinationList->setMinimumHeight(72);
-	destinationList->setToolTip("Checked destinations are streamed to at the same time, from one encode.");
+	destinationList->setToolTip(text("Settings.Destinations.ToolTip"));
 	listColumn->addWidget(destinationList, 1);
 	auto *listButtons = new QHBoxLayout;
-	addDestinationButton = new QPushButton("Add", this);
-	removeDestinationButton = new QPushButton("Remove", this);
+	addDestinationButton = new QPushButton(text("Settings.AddDestination"), this);
+	removeDestinationButton = new QPushButton(text("Settings.RemoveDestination"), this);
 	listButtons->addWidget(addDestinationButton);
 	listButtons->addWidget(removeDestinationButton);
 	listColumn->addLayout(listButtons);
@@ -109,24 +128,26 @@ void SettingsDialog::build()
 	connect(removeDestinationButton, &QPushButton::clicked, this, &SettingsDialog::on_remove_destination);
 
 	nameEdit = new QLineEdit(this);
-	stream->addRow("Name:", nameEdit);
+	stream->addRow(text("Settings.Name"), nameEdit);
 	urlEdit = new QLineEdit(this);
 	urlEdit->setPlaceholderText("rtmp://live.twitch.tv/app");
-	stream->addRow("RTMP URL:", urlEdit);
+	stream->addRow(text("Settings.Url"), urlEdit);
 	auto *keyRow = new QHBoxLayout;
 	keyEdit = new QLineEdit(this);
 	keyEdit->setEchoMode(QLineEdit::Password);
-	keyEdit->setPlaceholderText("your-stream-key");
-	keyToggle = new QPushButton("Show", this);
+	keyEdit->setPlaceholderText(text("Settings.StreamKey.Placeholder"));
+	keyToggle = new QPushButton(text("Settings.ShowKey"), this);
 	keyToggle->setCheckable(true);
-	keyToggle->setFixedWidth(52);
-	// The host's themes pad buttons generously; at 52 pixels "Show" and "Hide" would be
-	// cut off.
+	// As wide as the longer of its two words. The host's themes pad buttons generously,
+	// which would cut them off.
+	const QFontMetrics metrics = keyToggle->fontMetrics();
+	keyToggle->setFixedWidth(std::max({52, metrics.horizontalAdvance(text("Settings.ShowKey")) + 12,
+					   metrics.horizontalAdvance(text("Settings.HideKey")) + 12}));
 	keyToggle->setStyleSheet("padding-left: 2px; padding-right: 2px;");
 	connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
 	keyRow->addWidget(keyEdit);
 	keyRow->addWidget(keyToggle);
-	stream->addRow("Stream Key:", keyRow);
+	stream->addRow(text("Settings.StreamKey"), keyRow);
 	connect(nameEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
 		if (DestinationSettings *destination = current()) {
 			destination->name = text.toStdString();
@@ -142,61 +163,46 @@ void SettingsDialog::build()
 		if (DestinationSettings *destination = current())
 			destination->key = text.toStdString();
 	});
-	auto *streamNote =
-		new QLabel("<small><i>Destination, bitrate and preset changes apply at the next start of the vertical "
-			   "stream.</i></small>",
-			   this);
-	streamNote->setWordWrap(true);
-	stream->addRow(streamNote);
+	stream->addRow(make_note(this, text("Settings.StreamNote")));
 
-	QFormLayout *encoding = add_group(main, this, "Encoding");
-	bitrateSpin = make_spin(this, int(kMinVideoKbps), int(kMaxVideoKbps), 100, " kbps");
-	encoding->addRow("Video Bitrate:", bitrateSpin);
+	QFormLayout *encoding = add_group(main, this, text("Settings.Encoding"));
+	bitrateSpin = make_spin(this, int(kMinVideoKbps), int(kMaxVideoKbps), 100, text("Settings.Unit.Kbps"));
+	encoding->addRow(text("Settings.VideoBitrate"), bitrateSpin);
 	presetCombo = new QComboBox(this);
 	presetCombo->addItems(
 		{"ultrafast", "superfast", "veryfast", "faster", "fast", "medium", "slow", "slower", "veryslow"});
-	encoding->addRow("Encoder Preset:", presetCombo);
+	encoding->addRow(text("Settings.EncoderPreset"), presetCombo);
 
-	QFormLayout *canvas = add_group(main, this, "Canvas");
-	widthSpin = make_spin(this, 16, 7680, 2, " px");
-	canvas->addRow("Width:", widthSpin);
-	heightSpin = make_spin(this, 16, 7680, 2, " px");
-	canvas->addRow("Height:", heightSpin);
+	QFormLayout *canvas = add_group(main, this, text("Settings.Canvas"));
+	widthSpin = make_spin(this, 16, 7680, 2, text("Settings.Unit.Pixels"));
+	canvas->addRow(text("Settings.Width"), widthSpin);
+	heightSpin = make_spin(this, 16, 7680, 2, text("Settings.Unit.Pixels"));
+	canvas->addRow(text("Settings.Height"), heightSpin);
 	auto *fpsRow = new QHBoxLayout;
-	fpsNumSpin = make_spin(this, 1, 240, 1, nullptr);
+	fpsNumSpin = make_spin(this, 1, 240, 1);
 	auto *slash = new QLabel("/", this);
 	slash->setFixedWidth(12);
 	slash->setAlignment(Qt::AlignCenter);
-	fpsDenSpin = make_spin(this, 1, 1000, 1, nullptr);
+	fpsDenSpin = make_spin(this, 1, 1000, 1);
 	fpsRow->addWidget(fpsNumSpin);
 	fpsRow->addWidget(slash);
 	fpsRow->addWidget(fpsDenSpin);
-	canvas->addRow("FPS (num / den):", fpsRow);
-	auto *canvasNote = new QLabel(
-		"<small><i>Canvas size and FPS changes take effect when OBS starts or the profile is switched.</i></small>",
-		this);
-	canvasNote->setWordWrap(true);
-	canvas->addRow(canvasNote);
+	canvas->addRow(text("Settings.Fps"), fpsRow);
+	canvas->addRow(make_note(this, text("Settings.CanvasNote")));
 
-	QFormLayout *behaviour = add_group(main, this, "Behaviour");
-	autoStartCheck = new QCheckBox("Auto-start when main stream starts", this);
+	QFormLayout *behaviour = add_group(main, this, text("Settings.Behaviour"));
+	autoStartCheck = new QCheckBox(text("Settings.AutoStart"), this);
 	behaviour->addRow(autoStartCheck);
-	autoRecordCheck = new QCheckBox("Record with the main recording", this);
+	autoRecordCheck = new QCheckBox(text("Settings.AutoRecord"), this);
 	behaviour->addRow(autoRecordCheck);
-	sceneAudioCheck = new QCheckBox("Use audio from active vertical scene", this);
+	sceneAudioCheck = new QCheckBox(text("Settings.SceneAudio"), this);
 	behaviour->addRow(sceneAudioCheck);
 	audioTrackCombo = new QComboBox(this);
 	for (uint32_t track = 1; track <= kAudioTracks; track++)
-		audioTrackCombo->addItem(QString("Track %1").arg(track));
-	behaviour->addRow("Audio track:", audioTrackCombo);
-	auto *audioNote = new QLabel(
-		QString::fromUtf8(
-			"<small><i>With \u201cUse audio from active vertical scene\u201d on, the vertical audio "
-			"is the active vertical scene's sources on this track; with it off, the host's whole "
-			"track. Audio changes take effect when OBS starts or the profile is switched.</i></small>"),
-		this);
-	audioNote->setWordWrap(true);
-	behaviour->addRow(audioNote);
+		audioTrackCombo->addItem(text("Settings.Track").arg(track));
+	behaviour->addRow(text("Settings.AudioTrack"), audioTrackCombo);
+	// Names the check box in its own words.
+	behaviour->addRow(make_note(this, text("Settings.AudioNote").arg(text("Settings.SceneAudio"))));
 
 	// Named after their members, for automation and style sheets.
 	destinationList->setObjectName("destinationList");
@@ -329,7 +335,7 @@ void SettingsDialog::on_toggle_key_visibility()
 {
 	const bool shown = keyToggle->isChecked();
 	keyEdit->setEchoMode(shown ? QLineEdit::Normal : QLineEdit::Password);
-	keyToggle->setText(shown ? "Hide" : "Show");
+	keyToggle->setText(shown ? text("Settings.HideKey") : text("Settings.ShowKey"));
 }
 
 void SettingsDialog::on_save_clicked()
@@ -339,11 +345,10 @@ void SettingsDialog::on_save_clicked()
 		if (!destination.enabled || !blank(destination.url))
 			continue;
 		destinationList->setCurrentRow(int(i));
-		const QString message =
-			settings.destinations.size() == 1
-				? QString("RTMP URL cannot be empty.")
-				: QString("The RTMP URL of \"" + display_name(i) + "\" cannot be empty.");
-		QMessageBox::warning(this, "Validation", message, QMessageBox::Ok);
+		const QString message = settings.destinations.size() == 1
+						? text("Settings.UrlEmpty")
+						: text("Settings.UrlEmptyOf").arg(display_name(i));
+		QMessageBox::warning(this, text("Settings.Validation"), message, QMessageBox::Ok);
 		return;
 	}
 	// Stored as typed: only the emptiness tests trim.

@@ -27,6 +27,9 @@ public:
 
 	SettingsDialog(const PluginConfig &settings, SaveFunction save, QWidget *parent = nullptr);
 
+protected:
+	void showEvent(QShowEvent *event) override;
+
 private slots:
 	void on_save_clicked();
 	void on_toggle_key_visibility();

@@ -1,6 +1,8 @@
 #include "vertical_dock.h"
 
 #include "scene_config_dialog.h"
+#include "stream_error_box.h"
+#include "texts.h"
 #include "vertical_preview.h"
 
 #include "canvas/vertical_canvas.h"
@@ -12,6 +14,7 @@
 #include <QColor>
 #include <QFileInfo>
 #include <QFont>
+#include <QFontMetrics>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QInputDialog>
@@ -19,11 +22,13 @@
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QStringList>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
-
+#include <chrono>
+#include <iterator>
 #include <utility>
 
 namespace cv {
@@ -48,16 +53,21 @@ QString from_utf8(const std::string &text)
 	return QString::fromUtf8(text.c_str(), int(text.size()));
 }
 
-QPushButton *make_button(QWidget *parent, const char *text, const char *tip)
+QPushButton *make_button(QWidget *parent, const QString &label, const QString &tip)
 {
-	auto *button = new QPushButton(QString::fromUtf8(text), parent);
-	button->setToolTip(QString::fromUtf8(tip));
+	auto *button = new QPushButton(label, parent);
+	button->setToolTip(tip);
 	return button;
 }
 
 QString exists_message(const QString &typed)
 {
-	return "A scene named \"" + typed + "\" already exists.";
+	return text("Dock.SceneExists").arg(typed);
+}
+
+QString scene_caption(const QString &active)
+{
+	return active.isEmpty() ? text("Dock.NoActiveScene") : text("Dock.ActiveScene").arg(active);
 }
 
 bool sending(StreamState state)
@@ -65,23 +75,59 @@ bool sending(StreamState state)
 	return state == StreamState::Live || state == StreamState::Connecting || state == StreamState::Reconnecting;
 }
 
-// "<name> — <state>" and its colour.
-std::pair<QString, const char *> describe(const DestinationStatus &status)
+// The state's words and colour.
+std::pair<QString, const char *> describe_state(const DestinationStatus &status)
 {
-	const QString name = from_utf8(status.name) + QString::fromUtf8(" \u2014 ");
 	switch (status.state) {
 	case StreamState::Live:
-		return {name + "Live", kGreen};
+		return {text("Dock.State.Live"), kGreen};
 	case StreamState::Connecting:
-		return {name + QString::fromUtf8("Connecting\u2026"), kAmber};
+		return {text("Dock.State.Connecting"), kAmber};
 	case StreamState::Reconnecting:
-		return {name + QString::fromUtf8("Reconnecting\u2026"), kAmber};
+		return {text("Dock.State.Reconnecting"), kAmber};
 	case StreamState::Failed:
-		return {name + (status.error.empty() ? QString("Failed") : "Failed: " + from_utf8(status.error)), kRed};
+		return {status.error.empty() ? text("Dock.State.Failed")
+					     : text("Dock.State.FailedWith").arg(engine_text(status.error)),
+			kRed};
 	case StreamState::Stopped:
 		break;
 	}
-	return {name + (status.enabled ? "Stopped" : "Off"), kGrey};
+	return {text(status.enabled ? "Dock.State.Stopped" : "Dock.State.Off"), kGrey};
+}
+
+// h:mm:ss
+QString clock_text(std::chrono::milliseconds span)
+{
+	const long long seconds = span.count() / 1000;
+	const QChar zero('0');
+	return QString("%1:%2:%3")
+		.arg(seconds / 3600)
+		.arg(seconds / 60 % 60, 2, 10, zero)
+		.arg(seconds % 60, 2, 10, zero);
+}
+
+// "<name> — <state>" and its colour; while it sends, below it what it sends, in as many
+// lines of `width` pixels as that needs.
+std::pair<QString, const char *> describe(const DestinationStatus &status, const QFontMetrics &metrics, int width)
+{
+	const auto [state, colour] = describe_state(status);
+	QStringList lines{text("Dock.Destination").arg(from_utf8(status.name), state)};
+	if (!sending(status.state))
+		return {lines.join('\n'), colour};
+	const QString figures[] = {
+		text("Dock.Figures.Bitrate").arg(status.kbps),
+		text("Dock.Figures.Dropped").arg(status.stats.dropped.video_frames),
+		text("Dock.Figures.Reconnects").arg(status.stats.reconnects),
+		text("Dock.Figures.Live").arg(clock_text(status.stats.live_for)),
+	};
+	const QString separator = QString::fromUtf8(" \u00B7 ");
+	for (size_t i = 0; i < std::size(figures); i++) {
+		if (i > 0 && metrics.horizontalAdvance(lines.last() + separator + figures[i]) <= width)
+			lines.last() += separator + figures[i];
+		else
+			lines.append(figures[i]);
+	}
+	return {lines.join('\n'), colour};
 }
 
 } // namespace
@@ -94,7 +140,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	  recording(dockRecording)
 {
 	setObjectName("CorvaneVerticalCanvasDock");
-	setWindowTitle("Vertical Canvas");
+	setWindowTitle(text("Dock.Title"));
 	setMinimumWidth(270);
 	setMaximumWidth(540);
 
@@ -102,7 +148,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	main->setContentsMargins(4, 4, 4, 4);
 	main->setSpacing(4);
 
-	sceneLabel = new QLabel("Vertical Canvas", this);
+	sceneLabel = new QLabel(text("Dock.Title"), this);
 	sceneLabel->setAlignment(Qt::AlignCenter);
 	sceneLabel->setStyleSheet("font-size: 11px; color: #aaa;");
 	main->addWidget(sceneLabel);
@@ -119,7 +165,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	previewRow->addStretch();
 	main->addWidget(previewBox, 1);
 
-	auto *scenesHeader = new QLabel("Scenes", this);
+	auto *scenesHeader = new QLabel(text("Dock.Scenes"), this);
 	scenesHeader->setStyleSheet(kQuietStyle);
 	main->addWidget(scenesHeader);
 
@@ -134,12 +180,10 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	auto *sceneButtons = new QGridLayout;
 	sceneButtons->setSpacing(4);
 	sceneButtons->setContentsMargins(0, 0, 0, 0);
-	addButton = make_button(this, "+ Add", "Add a new vertical scene");
-	removeButton = make_button(this, "- Remove", "Remove selected scene");
-	renameButton = make_button(this, "Rename", "Rename selected scene");
-	assignButton = make_button(this, "Assign OBS Scene",
-				   "Assign an OBS scene to this vertical slot. Build your 9:16 layout in OBS's scene "
-				   "editor -- changes appear live.");
+	addButton = make_button(this, text("Dock.AddScene"), text("Dock.AddScene.ToolTip"));
+	removeButton = make_button(this, text("Dock.RemoveScene"), text("Dock.RemoveScene.ToolTip"));
+	renameButton = make_button(this, text("Dock.RenameScene"), text("Dock.RenameScene.ToolTip"));
+	assignButton = make_button(this, text("Dock.AssignScene"), text("Dock.AssignScene.ToolTip"));
 	sceneButtons->addWidget(addButton, 0, 0);
 	sceneButtons->addWidget(removeButton, 0, 1);
 	sceneButtons->addWidget(renameButton, 1, 0);
@@ -152,15 +196,15 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 
 	auto *streamButtons = new QHBoxLayout;
 	streamButtons->setSpacing(6);
-	startButton = make_button(this, "Start", "Start vertical stream");
-	stopButton = make_button(this, "Stop", "Stop vertical stream");
+	startButton = make_button(this, text("Dock.Start"), text("Dock.Start.ToolTip"));
+	stopButton = make_button(this, text("Dock.Stop"), text("Dock.Stop.ToolTip"));
 	connect(startButton, &QPushButton::clicked, this, &VerticalDock::onStartClicked);
 	connect(stopButton, &QPushButton::clicked, this, &VerticalDock::onStopClicked);
 	streamButtons->addWidget(startButton);
 	streamButtons->addWidget(stopButton);
 	main->addLayout(streamButtons);
 
-	statusLabel = new QLabel("Stopped", this);
+	statusLabel = new QLabel(text("Dock.Stopped"), this);
 	statusLabel->setAlignment(Qt::AlignCenter);
 	statusLabel->setStyleSheet(kQuietStyle);
 	main->addWidget(statusLabel);
@@ -174,7 +218,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	destinationStatusList->setStyleSheet("QListWidget { font-size: 11px; background: transparent; }");
 	main->addWidget(destinationStatusList);
 
-	recordButton = make_button(this, "Record", "Record the vertical canvas into the host's recording folder");
+	recordButton = make_button(this, text("Dock.Record"), text("Dock.Record.ToolTip"));
 	connect(recordButton, &QPushButton::clicked, this, &VerticalDock::onRecordClicked);
 	main->addWidget(recordButton);
 	recordingLabel = new QLabel(this);
@@ -197,7 +241,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	recordingLabel->setObjectName("recordingLabel");
 
 	statusTimer = new QTimer(this);
-	statusTimer->setInterval(500);
+	statusTimer->setInterval(1000);
 	connect(statusTimer, &QTimer::timeout, this, &VerticalDock::onStatusTick);
 	statusTimer->start();
 
@@ -224,7 +268,7 @@ void VerticalDock::refreshSceneList()
 	sceneList->blockSignals(false);
 
 	if (!canvas) {
-		sceneLabel->setText("No active scene");
+		sceneLabel->setText(text("Dock.NoActiveScene"));
 		for (QPushButton *button : {addButton, removeButton, renameButton, assignButton}) {
 			if (button)
 				button->setEnabled(false);
@@ -258,12 +302,12 @@ void VerticalDock::refreshSceneList()
 		if (button)
 			button->setEnabled(!names.empty());
 	}
-	sceneLabel->setText(active.empty() ? QString("No active scene") : "Scene: " + from_utf8(active));
+	sceneLabel->setText(scene_caption(from_utf8(active)));
 }
 
 void VerticalDock::onActiveSceneChanged(QString sceneName)
 {
-	sceneLabel->setText(sceneName.isEmpty() ? QString("No active scene") : "Scene: " + sceneName);
+	sceneLabel->setText(scene_caption(sceneName));
 }
 
 void VerticalDock::onSceneItemClicked(QListWidgetItem *item)
@@ -280,8 +324,8 @@ void VerticalDock::onAddScene()
 	if (!canvas)
 		return;
 	bool ok = false;
-	const QString typed =
-		QInputDialog::getText(this, "Add Scene", "Scene name:", QLineEdit::Normal, QString(), &ok);
+	const QString typed = QInputDialog::getText(this, text("Dock.AddScene.Title"), text("Dock.AddScene.Label"),
+						    QLineEdit::Normal, QString(), &ok);
 	const QString name = typed.trimmed();
 	// The canvas may have gone while the dialog was open (a profile switch).
 	if (!ok || name.isEmpty() || !canvas)
@@ -290,7 +334,7 @@ void VerticalDock::onAddScene()
 		refreshSceneList();
 		emit scenesChanged();
 	} else {
-		QMessageBox::warning(this, "Add Scene", exists_message(typed), QMessageBox::Ok);
+		QMessageBox::warning(this, text("Dock.AddScene.Title"), exists_message(typed), QMessageBox::Ok);
 	}
 }
 
@@ -299,8 +343,8 @@ void VerticalDock::onRemoveScene()
 	const QString name = currentSceneName();
 	if (!canvas || name.isEmpty())
 		return;
-	const auto answer = QMessageBox::question(this, "Remove Scene",
-						  "Remove scene \"" + name + "\"? This cannot be undone.",
+	const auto answer = QMessageBox::question(this, text("Dock.RemoveScene.Title"),
+						  text("Dock.RemoveScene.Question").arg(name),
 						  QMessageBox::Yes | QMessageBox::Cancel);
 	if (answer != QMessageBox::Yes || !canvas)
 		return;
@@ -315,7 +359,8 @@ void VerticalDock::onRenameScene()
 	if (!canvas || oldName.isEmpty())
 		return;
 	bool ok = false;
-	const QString typed = QInputDialog::getText(this, "Rename Scene", "New name:", QLineEdit::Normal, oldName, &ok);
+	const QString typed = QInputDialog::getText(this, text("Dock.RenameScene.Title"),
+						    text("Dock.RenameScene.Label"), QLineEdit::Normal, oldName, &ok);
 	const QString newName = typed.trimmed();
 	if (!ok || newName.isEmpty() || newName == oldName || !canvas)
 		return;
@@ -323,7 +368,7 @@ void VerticalDock::onRenameScene()
 		refreshSceneList();
 		emit scenesChanged();
 	} else {
-		QMessageBox::warning(this, "Rename Scene", exists_message(typed), QMessageBox::Ok);
+		QMessageBox::warning(this, text("Dock.RenameScene.Title"), exists_message(typed), QMessageBox::Ok);
 	}
 }
 
@@ -333,7 +378,7 @@ void VerticalDock::onConfigureScene()
 		return;
 	const QString name = currentSceneName();
 	if (name.isEmpty()) {
-		QMessageBox::information(this, "Configure Scene", "Select a scene from the list first.",
+		QMessageBox::information(this, text("Dock.AssignScene.Title"), text("Dock.SelectSceneFirst"),
 					 QMessageBox::Ok);
 		return;
 	}
@@ -379,7 +424,7 @@ void VerticalDock::onStatusTick()
 	showDestinations(statuses);
 	showRecording();
 	if (!output) {
-		statusLabel->setText("No output");
+		statusLabel->setText(text("Dock.NoOutput"));
 		statusLabel->setStyleSheet(kQuietStyle);
 		startButton->setEnabled(false);
 		stopButton->setEnabled(false);
@@ -391,7 +436,7 @@ void VerticalDock::onStatusTick()
 	const bool active = output->is_active();
 	startButton->setEnabled(!active);
 	stopButton->setEnabled(active);
-	statusLabel->setText(streaming ? "Streaming" : "Stopped");
+	statusLabel->setText(text(streaming ? "Dock.Streaming" : "Dock.Stopped"));
 	statusLabel->setStyleSheet(streaming ? kStreamingStyle : kQuietStyle);
 }
 
@@ -403,28 +448,36 @@ void VerticalDock::showDestinations(const std::vector<DestinationStatus> &status
 		delete list->takeItem(list->count() - 1);
 	while (list->count() < int(statuses.size()))
 		(new QListWidgetItem(list))->setFlags(Qt::ItemIsEnabled);
+	// An item's text has the list's width less the item's margins.
+	list->ensurePolished();
+	const QFontMetrics metrics(list->font());
+	const int width = list->viewport()->width() - 12;
 	for (size_t i = 0; i < statuses.size(); i++) {
-		const auto [text, colour] = describe(statuses[i]);
+		const auto [text, colour] = describe(statuses[i], metrics, width);
 		QListWidgetItem *item = list->item(int(i));
 		item->setText(text);
 		item->setToolTip(text);
 		item->setForeground(QColor(colour));
 	}
 	list->setVisible(list->count() > 0);
+	// Rows are one or two lines high; all of them are shown.
+	int height = 2 * list->frameWidth();
+	for (int row = 0; row < list->count(); row++)
+		height += list->sizeHintForRow(row);
 	if (list->count() > 0)
-		list->setFixedHeight(list->count() * list->sizeHintForRow(0) + 2 * list->frameWidth());
+		list->setFixedHeight(height);
 }
 
 void VerticalDock::showRecording()
 {
 	const bool active = recording && recording->is_active();
-	recordButton->setText(active ? "Stop Recording" : "Record");
+	recordButton->setText(text(active ? "Dock.StopRecording" : "Dock.Record"));
 	recordButton->setEnabled(active || output);
 	const std::string error = recording && !active ? recording->error() : std::string();
 	if (active)
-		recordingLabel->setText("Recording: " + QFileInfo(from_utf8(recording->path())).fileName());
+		recordingLabel->setText(text("Dock.Recording").arg(QFileInfo(from_utf8(recording->path())).fileName()));
 	else if (!error.empty())
-		recordingLabel->setText("Recording failed: " + from_utf8(error));
+		recordingLabel->setText(text("Dock.RecordingFailed").arg(engine_text(error)));
 	else
 		recordingLabel->clear();
 	recordingLabel->setStyleSheet(error.empty() ? kQuietStyle : kFailedStyle);

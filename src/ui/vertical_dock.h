@@ -20,8 +20,8 @@ class VerticalRecording;
 struct DestinationStatus;
 
 // The panel in the host's main window: live preview, the vertical scenes with their
-// buttons, Start and Stop for the vertical stream, its status and each destination's,
-// and the vertical recording. It keeps no model of its own: lists are read back from the
+// buttons, Start and Stop for the vertical stream, its status and each destination's
+// (with what it sends while it does), and the vertical recording. It keeps no model of its own: lists are read back from the
 // canvas, statuses from the output and the recording, actions go to them. The canvas,
 // the output and the recording may be replaced or taken away at any time, also while
 // one of its dialogs is open.
@@ -46,7 +46,7 @@ public slots:
 	void onStartClicked();
 	void onStopClicked();
 	void onRecordClicked();
-	// Reads the statuses only, so that it never waits on a connection.
+	// Reads the statuses only, so that it never waits on a connection; once a second.
 	void onStatusTick();
 
 signals:

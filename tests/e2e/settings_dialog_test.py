@@ -1,19 +1,28 @@
 #!/usr/bin/env python3
-"""The Tools menu item of the real obs opens the settings dialog."""
+"""The Tools menu item of the real obs opens the settings dialog; in German, the dock and
+the dialog are German."""
 
+import re
 import unittest
 from pathlib import Path
 
-from e2e_session import ARGS, DOCK, main, retry_after_host_crash, start_obs
+from e2e_session import ARGS, main, retry_after_host_crash, start_obs
 
-TITLE = "Vertical Canvas \u2014 Settings"
+LANGUAGE = "de-DE"
+TEXTS = dict(re.findall(r'^([\w.]+)="(.*)"$', (Path(__file__).resolve().parents[2] / "data" / "locale" /
+                                               f"{LANGUAGE}.ini").read_text(encoding="utf-8"), re.M))
+DOCK, TITLE = TEXTS["Dock.Title"], TEXTS["Settings.Title"]
 
 
 class SettingsDialog(unittest.TestCase):
     @retry_after_host_crash
     def test_tools_menu_item_opens_the_dialog(self):
-        obs = start_obs(self)
-        self.assertIsNotNone(obs.wait_for_window(DOCK), "the plug-in did not load")
+        obs = start_obs(self, language=LANGUAGE)
+        artifacts = Path(ARGS.build_dir) / "test-artifacts"
+        artifacts.mkdir(exist_ok=True)
+        dock = obs.wait_for_window(DOCK)
+        self.assertIsNotNone(dock, f"no dock {DOCK!r}; windows: {obs.dialogs()}")
+        obs.screenshot(artifacts / f"dock-{LANGUAGE}.png", window=dock)
         # Tools (Alt+T), then upwards from the bottom of the menu, where the items of
         # plug-ins are; whatever else opens is closed again.
         for steps in range(1, 8):
@@ -25,9 +34,7 @@ class SettingsDialog(unittest.TestCase):
                 if title != DOCK:
                     obs._send_delete(wid)
             obs.press_keys(("Escape",))
-        artifacts = Path(ARGS.build_dir) / "test-artifacts"
-        artifacts.mkdir(exist_ok=True)
-        shot = obs.screenshot(artifacts / "settings-dialog.png", window=dialog)
+        shot = obs.screenshot(artifacts / f"settings-dialog-{LANGUAGE}.png", window=dialog)
         self.assertIsNotNone(dialog, f"no window {TITLE!r}; windows: {obs.dialogs()}; screen in {shot}")
         self.assertTrue(obs.close_window(dialog, TITLE))
         obs.expect_clean_close(self)

@@ -136,13 +136,14 @@ bool start_host(const HostOptions &options, const std::string &config_root, std:
 	    (options.outputs && (!load_host_module("obs-outputs", error) || !load_host_module("rtmp-services", error))))
 		return false;
 	// The plug-in finds its config folder through its module handle; a stub module of
-	// the same name gives it one.
+	// the same name gives it one, and its texts through the stub's data folder.
 	obs_module_t *stub = nullptr;
 	if (obs_open_module(&stub, CV_STUB_MODULE, CV_STUB_MODULE_DATA) != MODULE_SUCCESS) {
 		*error = "cannot open the stub module " CV_STUB_MODULE;
 		return false;
 	}
 	obs_module_set_pointer(stub);
+	obs_module_set_locale("en-US");
 	return true;
 }
 
@@ -150,6 +151,7 @@ bool start_host(const HostOptions &options, const std::string &config_root, std:
 // removed as leaked).
 long stop_host()
 {
+	obs_module_free_locale();
 	obs_module_set_pointer(nullptr);
 	std::vector<OBSSource> sources;
 	auto collect = [](void *param, obs_source_t *source) {

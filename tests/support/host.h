@@ -8,7 +8,8 @@
 #include <vector>
 
 // Real libobs in the test process on its own Xvfb, with the host's modules the test asks
-// for and a stub module named like the plug-in (for its config folder). The log is kept.
+// for and a stub module named like the plug-in (for its config folder and its texts, in
+// English). The log is kept.
 namespace cvtest {
 
 struct HostOptions {

@@ -5,6 +5,7 @@
 #include "ui/scene_config_dialog.h"
 #include "ui/settings_dialog.h"
 #include "ui/stream_error_box.h"
+#include "ui/texts.h"
 
 #include <QDialogButtonBox>
 #include <QLineEdit>
@@ -115,4 +116,20 @@ TEST_F(DialogsTest, StreamErrorsAreShownFromAnyThread)
 	cvtest::process_events_for(300);
 	EXPECT_EQ(answerer.answered(), 1);
 	EXPECT_EQ(answerer.last_text(), "The server closed the connection");
+}
+
+// In German, a known message of the engine is German, also after the name of one of several
+// destinations (which may hold ": ") and inside another.
+TEST_F(DialogsTest, EngineMessagesAreShownInTheUsersLanguage)
+{
+	obs_module_set_locale("de-DE");
+	const QString rejected = cv::text("Error.Rejected");
+	EXPECT_NE(rejected, "Stream rejected — check server URL and stream key");
+	EXPECT_EQ(cv::engine_text("Backup: A: Stream rejected — check server URL and stream key"),
+		  "Backup: A: " + rejected);
+	EXPECT_EQ(cv::engine_text(
+			  "The vertical recording stopped: the file could not be written\nIs the disk full? The "
+			  "vertical stream is not affected."),
+		  cv::text("Error.RecordingStopped").arg(cv::text("Error.FileNotWritten")));
+	obs_module_set_locale("en-US");
 }

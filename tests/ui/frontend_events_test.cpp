@@ -23,7 +23,7 @@ protected:
 	// The dock's status, once its timer has seen the stream's state.
 	QString status()
 	{
-		cvtest::process_events_for(600);
+		cvtest::process_events_for(1100);
 		return dock_child<QLabel>("statusLabel")->text();
 	}
 	// The main recording takes a vertical one along, into the host's recording folder,
