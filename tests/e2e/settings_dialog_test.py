@@ -3,6 +3,7 @@
 the dialog are German."""
 
 import re
+import shutil
 import unittest
 from pathlib import Path
 
@@ -14,6 +15,14 @@ TEXTS = dict(re.findall(r'^([\w.]+)="(.*)"$', (Path(__file__).resolve().parents[
 DOCK, TITLE = TEXTS["Dock.Title"], TEXTS["Settings.Title"]
 
 
+def tools_menu_key():
+    """The key that opens the host's Tools menu in this language ("&Werkzeuge" on newer hosts,
+    "Werkzeuge (&T)" on older ones)."""
+    host = Path(shutil.which("obs")).resolve().parents[1] / "share/obs/obs-studio/locale" / f"{LANGUAGE}.ini"
+    tools = re.search(r'^Basic\.MainMenu\.Tools="(.*)"$', host.read_text(encoding="utf-8"), re.M)[1]
+    return tools[tools.index("&") + 1].lower()
+
+
 class SettingsDialog(unittest.TestCase):
     @retry_after_host_crash
     def test_tools_menu_item_opens_the_dialog(self):
@@ -23,10 +32,10 @@ class SettingsDialog(unittest.TestCase):
         dock = obs.wait_for_window(DOCK)
         self.assertIsNotNone(dock, f"no dock {DOCK!r}; windows: {obs.dialogs()}")
         obs.screenshot(artifacts / f"dock-{LANGUAGE}.png", window=dock)
-        # Tools (Alt+T), then upwards from the bottom of the menu, where the items of
+        # Tools (Alt and its key), then upwards from the bottom of the menu, where the items of
         # plug-ins are; whatever else opens is closed again.
         for steps in range(1, 8):
-            obs.press_keys(("Alt_L", "t"), *[("Up",)] * steps, ("Return",))
+            obs.press_keys(("Alt_L", tools_menu_key()), *[("Up",)] * steps, ("Return",))
             dialog = obs.wait_for_window(TITLE, timeout=3)
             if dialog is not None:
                 break

@@ -120,7 +120,9 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		} else {
 			const int patience = c.outcome == Outcome::Rejected ? 30000 : 4000;
 			const bool rejected = cvtest::wait_until([&] { return !output.is_active(); }, patience);
-			EXPECT_EQ(rejections, rejected ? 1 : 0);
+			// A rejection may land just after the wait gave up; there is never more than one.
+			EXPECT_LE(rejections, 1);
+			EXPECT_TRUE(!rejected || rejections == 1);
 			EXPECT_TRUE(rejected || c.outcome != Outcome::Rejected);
 			EXPECT_TRUE(!rejected || c.outcome != Outcome::Stops);
 		}

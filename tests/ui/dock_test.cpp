@@ -2,13 +2,17 @@
 
 #include "ui_test.h"
 
+#include "servers.h"
 #include "sources.h"
+#include "wait.h"
 
 #include "canvas/vertical_canvas.h"
+#include "output/vertical_output.h"
 
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
+#include <QRegularExpression>
 #include <QTest>
 
 namespace {
@@ -139,4 +143,31 @@ TEST_F(DockTest, AProfileSwitchDuringADialogLeavesTheDockSafe)
 		ASSERT_EQ(canvas().scene_names(), (Names{"Scene 1", "Talk"}));
 		EXPECT_EQ(list()->count(), 2);
 	}
+}
+
+// While a destination streams, its line shows the figures the output reports, which are
+// what websocket clients read too.
+TEST_F(DockTest, ShowsTheFiguresOfAStreamingDestination)
+{
+	cvtest::RtmpServer nginx;
+	std::string error;
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	load("canvaswidth=360\ncanvasheight=640\nrtmpurl=" + nginx.app_url() + "\nstreamkey=figures\n");
+	dock_child("startButton")->click();
+	ASSERT_TRUE(cvtest::wait_until(
+		[&] {
+			cvtest::process_events_for(50);
+			return plugin_->output()->destinations()[0].kbps > 0;
+		},
+		15000));
+	plugin_->dock()->onStatusTick();
+	const cv::DestinationStatus status = plugin_->output()->destinations()[0];
+	const QString line = dock_child<QListWidget>("destinationStatusList")->item(0)->text();
+	EXPECT_TRUE(line.startsWith(QString::fromUtf8("Destination 1 \u2014 Live\n"))) << line.toStdString();
+	for (const QString &figure :
+	     {QString("%1 kb/s").arg(status.kbps), QString("%1 dropped").arg(status.stats.dropped.video_frames),
+	      QString("%1 reconnects").arg(status.stats.reconnects)})
+		EXPECT_TRUE(line.contains(figure)) << line.toStdString() << " lacks " << figure.toStdString();
+	EXPECT_TRUE(line.contains(QRegularExpression("0:00:[0-5][0-9] live"))) << line.toStdString();
+	dock_child("stopButton")->click();
 }
