@@ -46,52 +46,40 @@ std::string trimmed(const std::string &name)
 	return QString::fromUtf8(name.c_str()).trimmed().toUtf8().toStdString();
 }
 
-const char *hotkey_name(HotkeyAction action)
-{
-	switch (action) {
-	case HotkeyAction::StartStreaming:
-		return "start streaming";
-	case HotkeyAction::StopStreaming:
-		return "stop streaming";
-	case HotkeyAction::StartRecording:
-		return "start recording";
-	case HotkeyAction::StopRecording:
-		return "stop recording";
-	case HotkeyAction::NextScene:
-		return "next scene";
-	case HotkeyAction::PreviousScene:
-		break;
-	}
-	return "previous scene";
-}
-
 } // namespace
 
 void Plugin::on_hotkey(HotkeyAction action)
 {
+	const char *name = "";
 	std::string error;
 	switch (action) {
 	case HotkeyAction::StartStreaming:
+		name = "start streaming";
 		error = start_streaming();
 		break;
 	case HotkeyAction::StopStreaming:
+		name = "stop streaming";
 		error = stop_streaming();
 		break;
 	case HotkeyAction::StartRecording:
+		name = "start recording";
 		error = start_recording();
 		break;
 	case HotkeyAction::StopRecording:
+		name = "stop recording";
 		error = stop_recording();
 		break;
 	case HotkeyAction::NextScene:
+		name = "next scene";
 		error = step_scene(1);
 		break;
 	case HotkeyAction::PreviousScene:
+		name = "previous scene";
 		error = step_scene(-1);
 		break;
 	}
 	if (!error.empty())
-		log_warning("Hotkey %s: %s", hotkey_name(action), error.c_str());
+		log_warning("Hotkey %s: %s", name, error.c_str());
 	// Websocket clients hear of it now, not at the next look.
 	if (remote_)
 		remote_->report_changes();
