@@ -25,7 +25,7 @@ constexpr double kSettleSeconds = 2;
 // Process CPU seconds per minute of one start of `output`, measured over `seconds`.
 double cpu_per_minute(cv::VerticalOutput &output, double seconds)
 {
-	if (!output.start())
+	if (output.start())
 		return -1;
 	sleep_s(kSettleSeconds);
 	for (const cv::DestinationStatus &status : output.destinations())
@@ -36,8 +36,7 @@ double cpu_per_minute(cv::VerticalOutput &output, double seconds)
 	sleep_s(seconds);
 	const double per_minute = double(process_cpu_ns() - cpu_begin) / double(cvtest::steady_ns() - wall_begin) * 60;
 	output.stop();
-	for (int i = 0; i < 500 && output.is_active(); i++)
-		sleep_s(0.02);
+	output.wait_idle(std::chrono::seconds(10));
 	return per_minute;
 }
 
@@ -66,7 +65,7 @@ void BM_DestinationsCpu(benchmark::State &state)
 		config.encoder_preset = "ultrafast";
 		config.preferred_encoder = "x264";
 		for (int i = 0; i < count; i++)
-			config.destinations.push_back({"", server.app_url(), "dest" + std::to_string(i)});
+			config.destinations.push_back({"", server.app_url(), "dest" + std::to_string(i), true, {}});
 		auto output = std::make_unique<cv::VerticalOutput>(&canvas, config);
 		output->init();
 		return output;

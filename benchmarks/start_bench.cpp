@@ -103,28 +103,28 @@ void BM_StartToFirstByte(benchmark::State &state)
 		const std::string suffix = "-" + std::to_string(run++);
 		cv::OutputConfig config;
 		const std::string key = "vertical" + suffix;
-		config.destinations = {{"", server_url, key}};
+		config.destinations = {{"", server_url, key, true, {}}};
 		config.preferred_encoder = state.range(0) == 0 ? "auto" : "x264";
 		cv::VerticalOutput output(&canvas, config);
 		output.init();
 
 		relay.forget_first_byte();
 		const uint64_t plugin_start = steady_ns();
-		const bool started = output.start();
+		const bool started = !output.start();
 		const Arrival plugin = started ? wait_arrival(relay, server, key, plugin_start) : Arrival{};
 		// Let the connection finish and the stream flow before stopping it.
 		std::this_thread::sleep_for(std::chrono::seconds(1));
-		output.stop();
-
-		// The same encoders, now feeding the host's own output.
+		// The same encoders, now feeding the host's own output; held, since the vertical
+		// output lets go of them when it stops.
 		OBSOutput mux = find_mux_output();
+		OBSEncoder video = mux ? obs_output_get_video_encoder(mux) : nullptr;
+		OBSEncoder audio = mux ? obs_output_get_audio_encoder(mux, 0) : nullptr;
+		output.stop();
 		if (!mux || !wait_inactive(mux) || plugin.first_keyframe_ms < 0) {
 			state.SkipWithError("the vertical output did not reach the server");
 			return;
 		}
-		HostRtmpOutput rtmp = make_host_rtmp_output(server_url, "host" + suffix,
-							    obs_output_get_video_encoder(mux),
-							    obs_output_get_audio_encoder(mux, 0));
+		HostRtmpOutput rtmp = make_host_rtmp_output(server_url, "host" + suffix, video, audio);
 		obs_output_t *host = rtmp.output;
 		if (!host) {
 			state.SkipWithError("the host's rtmp_output is not available");

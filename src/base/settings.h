@@ -16,6 +16,8 @@ struct DestinationSettings {
 	std::string url;
 	std::string key;
 	bool enabled = true;
+	// Stable for the destination's life, whatever else of it changes.
+	std::string id;
 };
 
 // How many destinations a profile can hold.
@@ -25,11 +27,15 @@ inline constexpr uint32_t kAudioTracks = 6;
 
 // The name a destination has until the user gives it one: "Destination <position>".
 std::string default_destination_name(size_t index);
+// A new destination's id: 16 random hexadecimal digits.
+std::string new_destination_id();
+// A destination with its default name and a new id.
+DestinationSettings new_destination(size_t index);
 
 // Per-profile settings. The member initialisers are the defaults.
 struct PluginConfig {
 	// The first is always there; it is the one older versions knew.
-	std::vector<DestinationSettings> destinations{{default_destination_name(0), "", "", true}};
+	std::vector<DestinationSettings> destinations{new_destination(0)};
 	uint32_t videobitrate = 4000;
 	uint32_t canvaswidth = 1080;
 	uint32_t canvasheight = 1920;
@@ -71,6 +77,13 @@ struct CanvasConfig {
 	uint32_t fps_den = 1;
 	bool use_active_scene_audio = true;
 	uint32_t audio_track = 0; // the host's track, from 0
+
+	bool operator==(const CanvasConfig &other) const
+	{
+		return width == other.width && height == other.height && fps_num == other.fps_num &&
+		       fps_den == other.fps_den && use_active_scene_audio == other.use_active_scene_audio &&
+		       audio_track == other.audio_track;
+	}
 };
 
 // The video bitrates offered, in kbit/s.
@@ -85,12 +98,27 @@ struct OutputConfig {
 	std::string preferred_encoder = "auto";
 };
 
-// An audio track outside 1 to 6 (a hand-edited file) is track 1, with a warning.
+// The x264 presets offered, fastest first.
+inline constexpr const char *kEncoderPresets[] = {"ultrafast", "superfast", "veryfast", "faster",  "fast",
+						  "medium",    "slow",      "slower",   "veryslow"};
+
+// A value of a (hand-edited) profile file that cannot be used: its key and the value as
+// read. Its default is used instead.
+struct SettingWarning {
+	std::string key;
+	std::string value;
+	bool operator==(const SettingWarning &other) const { return key == other.key && value == other.value; }
+};
+
+// The settings with every value that cannot be used replaced by its default, and which
+// were: a canvas size or frame rate the host's renderer cannot take, an audio track
+// outside 1 to 6, a bitrate outside the offered range (some of the host's encoders
+// refuse to start without one), a preset x264 does not know. Destinations without a
+// name or id get their default name and a new id.
+PluginConfig sanitized(const PluginConfig &config, std::vector<SettingWarning> *warnings);
+
+// Built from sanitized settings.
 CanvasConfig canvas_config(const PluginConfig &config);
-// A bitrate outside the offered range (a hand-edited file) is brought into it, with a
-// warning: some of the host's encoders refuse to start without one. The encoder is
-// always chosen by the fallback order ("auto"). Destinations without a name get their
-// default one.
 OutputConfig output_config(const PluginConfig &config);
 
 } // namespace cv

@@ -4,11 +4,9 @@
 
 #include <media-io/audio-io.h>
 
-#include <chrono>
 #include <cstring>
 #include <deque>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 namespace cv {
@@ -20,8 +18,6 @@ constexpr uint32_t kFirstFreeChannel = 8;
 constexpr uint32_t kChannels = 64;
 // Ticks held for the plug-in's audio output: about two seconds.
 constexpr size_t kMaxTicks = 96;
-// How long a teardown waits for encoders still stopping to let go of the audio output.
-constexpr auto kReleaseWait = std::chrono::seconds(3);
 
 struct Tick {
 	uint64_t timestamp = 0;
@@ -179,22 +175,14 @@ SceneAudio::~SceneAudio()
 	set_source(nullptr);
 	if (tapped_)
 		audio_output_disconnect(host_audio_, track_, on_host_tick, state_.get());
-	if (audio_) {
-		// An encoder that is still stopping lets go of the audio output late; closing it
-		// under the encoder would crash the host, so it is rather left open.
-		const auto give_up = std::chrono::steady_clock::now() + kReleaseWait;
-		while (audio_output_active(audio_) && std::chrono::steady_clock::now() < give_up)
-			std::this_thread::sleep_for(std::chrono::milliseconds(10));
-		if (audio_output_active(audio_)) {
-			log_warning("The vertical audio output is still in use; it stays open");
-			// Its thread keeps reading the state.
-			new std::shared_ptr<State>(state_);
-		} else {
-			audio_output_close(audio_);
-		}
-	}
 	if (state_->dropped_ticks)
 		log_info("Vertical scene audio dropped %llu late tick(s)", (unsigned long long)state_->dropped_ticks);
+}
+
+SceneAudio::Output::~Output()
+{
+	if (audio)
+		audio_output_close(audio);
 }
 
 bool SceneAudio::init()
@@ -227,11 +215,14 @@ bool SceneAudio::init()
 	info.speakers = host.speakers;
 	info.input_callback = on_output_input;
 	info.input_param = state_.get();
-	if (audio_output_open(&audio_, &info) != AUDIO_OUTPUT_SUCCESS) {
-		audio_ = nullptr;
+	auto output = std::make_shared<Output>();
+	output->state = state_;
+	if (audio_output_open(&output->audio, &info) != AUDIO_OUTPUT_SUCCESS) {
+		output->audio = nullptr;
 		log_error("Scene audio: could not open its audio output");
 		return false;
 	}
+	output_ = std::move(output);
 	// The host mixes a track only while something listens to it.
 	tapped_ = audio_output_connect(host_audio_, track_, nullptr, on_host_tick, state_.get());
 	if (!tapped_) {

@@ -35,18 +35,28 @@ public:
 	// when it loads another scene collection).
 	void rejoin();
 	// The audio the encoders listen to, on its first mix.
-	audio_t *audio() const { return audio_; }
+	audio_t *audio() const { return output_ ? output_->audio : nullptr; }
+	// Keeps that audio open: an encoder still stopping may listen to it after this
+	// object is gone, so whoever made one on it holds this until the encoder is.
+	std::shared_ptr<const void> keep_open() const { return output_; }
 
 	struct State;
 
 private:
+	// The plug-in's own audio output, closed when its last holder lets go.
+	struct Output {
+		audio_t *audio = nullptr;
+		std::shared_ptr<State> state; // what its thread reads
+		~Output();
+	};
+
 	bool take_channel();
 	void leave_channel();
 
 	uint32_t track_;
 	std::shared_ptr<State> state_;
 	OBSSourceAutoRelease source_;
-	audio_t *audio_ = nullptr;
+	std::shared_ptr<Output> output_;
 	audio_t *host_audio_ = nullptr;
 	uint32_t channel_ = 0;
 	bool tapped_ = false;

@@ -7,13 +7,24 @@
 
 namespace cv {
 
+namespace {
+
+constexpr const char *kDefaultScene = "Scene 1";
+
+// Weak references to one source are one object.
+bool shows(const VerticalScene &entry, obs_weak_source_t *source)
+{
+	return source && entry.host.Get() == source;
+}
+
+} // namespace
+
 VerticalCanvas::VerticalCanvas(const CanvasConfig &config)
-	: width_(config.width),
+	: config_(config),
+	  width_(config.width),
 	  height_(config.height),
 	  fps_num_(config.fps_num),
-	  fps_den_(config.fps_den),
-	  use_active_scene_audio_(config.use_active_scene_audio),
-	  audio_track_(config.audio_track)
+	  fps_den_(config.fps_den)
 {
 }
 
@@ -26,7 +37,6 @@ VerticalCanvas::~VerticalCanvas()
 
 bool VerticalCanvas::init()
 {
-
 	if (initialised_) {
 		log_warning("VerticalCanvas already initialised");
 		return true;
@@ -34,53 +44,42 @@ bool VerticalCanvas::init()
 
 	const std::string problem = canvas_format_problem(width_, height_, fps_num_, fps_den_);
 	if (!problem.empty()) {
-		log_error("Invalid canvas format %ux%u @ %u/%u fps — %s", width_, height_, fps_num_, fps_den_,
-			  problem.c_str());
+		log_error("Invalid canvas format %ux%u @ %u/%u fps — %s", width_.load(), height_.load(), fps_num_,
+			  fps_den_, problem.c_str());
 		return false;
 	}
-
-	obs_video_info ovi = {};
-	if (!obs_get_video_info(&ovi)) {
+	obs_video_info host = {};
+	if (!obs_get_video_info(&host)) {
 		log_error("obs_get_video_info failed — OBS not ready");
 		return false;
 	}
-
-	if (use_active_scene_audio_) {
-		scene_audio_ = std::make_unique<SceneAudio>(audio_track_);
-		if (!scene_audio_->init()) {
-			log_error("The vertical audio cannot follow the active scene — it is the whole track %u",
-				  audio_track_ + 1);
-			scene_audio_.reset();
-		}
-	}
-
-	// Only size and rate differ from the host; format, colour space, range and scaling
-	// stay as the host has them. Base and output size are equal: no rescale.
-	ovi.base_width = ovi.output_width = width_;
-	ovi.base_height = ovi.output_height = height_;
-	ovi.fps_num = fps_num_;
-	ovi.fps_den = fps_den_;
-	video_info_ = ovi;
-
-	view_ = obs_view_create();
-	if (!view_) {
-		log_error("obs_view_create() failed");
+	if (!video_.open(width_, height_, fps_num_, fps_den_)) {
+		log_error("The vertical canvas's video could not be made");
 		return false;
 	}
+	open_audio();
 
-	video_ = obs_view_add2(view_, &video_info_);
-	if (!video_) {
-		log_error("obs_view_add2() failed");
-		view_ = nullptr;
-		return false;
-	}
-
-	if (!create_scene("Scene 1"))
+	if (!create_scene(kDefaultScene))
 		log_warning("Failed to create default scene");
 
 	initialised_ = true;
-	log_info("Canvas initialised: %ux%u @ %u/%u fps", width_, height_, fps_num_, fps_den_);
+	log_info("Canvas initialised: %ux%u @ %u/%u fps", width_.load(), height_.load(), fps_num_, fps_den_);
 	return true;
+}
+
+bool VerticalCanvas::open_audio()
+{
+	scene_audio_.reset();
+	audio_generation_++;
+	if (!config_.use_active_scene_audio)
+		return true;
+	scene_audio_ = std::make_unique<SceneAudio>(config_.audio_track);
+	if (scene_audio_->init())
+		return true;
+	log_error("The vertical audio cannot follow the active scene — it is the whole track %u",
+		  config_.audio_track + 1);
+	scene_audio_.reset();
+	return false;
 }
 
 void VerticalCanvas::shutdown()
@@ -91,24 +90,52 @@ void VerticalCanvas::shutdown()
 
 void VerticalCanvas::teardown()
 {
-	// Take the active scene off the view before anything it shows is released.
-	obs_view_set_source(view_, 0, nullptr);
+	// Off the canvas before anything it shows is released.
+	show_on_canvas(nullptr);
 	scene_audio_.reset();
-
-	for (VerticalScene &entry : scenes_) {
+	for (VerticalScene &entry : scenes_)
 		release_assignment(entry);
-		entry.scene = nullptr;
-	}
 	scenes_.clear();
 	active_index_ = -1;
-
-	if (view_) {
-		obs_view_remove(view_);
-		view_ = nullptr;
-	}
-	video_ = nullptr;
+	video_.close();
 	initialised_ = false;
 	log_debug("Canvas shut down");
+}
+
+bool VerticalCanvas::reconfigure(const CanvasConfig &config)
+{
+	const std::string problem = canvas_format_problem(config.width, config.height, config.fps_num, config.fps_den);
+	if (!problem.empty()) {
+		log_error("Invalid canvas format %ux%u @ %u/%u fps — %s", config.width, config.height, config.fps_num,
+			  config.fps_den, problem.c_str());
+		return false;
+	}
+	const bool format_changed = config.width != width_ || config.height != height_ || config.fps_num != fps_num_ ||
+				    config.fps_den != fps_den_;
+	const bool audio_changed = config.use_active_scene_audio != config_.use_active_scene_audio ||
+				   config.audio_track != config_.audio_track;
+	if (format_changed && initialised_ &&
+	    !video_.resize(config.width, config.height, config.fps_num, config.fps_den)) {
+		log_error("The vertical canvas's video could not be made at %ux%u — it stays as it was", config.width,
+			  config.height);
+		return false;
+	}
+	config_ = config;
+	width_ = config.width;
+	height_ = config.height;
+	fps_num_ = config.fps_num;
+	fps_den_ = config.fps_den;
+	if (format_changed)
+		replace_placements();
+	if (audio_changed && initialised_) {
+		open_audio();
+		apply_active_audio();
+	}
+	if (format_changed || audio_changed)
+		log_info("Canvas now %ux%u @ %u/%u fps, audio %s track %u", config.width, config.height, config.fps_num,
+			 config.fps_den, config.use_active_scene_audio ? "of the active scene on" : "of the whole",
+			 config.audio_track + 1);
+	return true;
 }
 
 bool VerticalCanvas::create_scene(const std::string &name)
@@ -127,7 +154,7 @@ bool VerticalCanvas::create_scene(const std::string &name)
 	scenes_.push_back(VerticalScene{name, {}, std::move(scene), nullptr});
 	if (active_index_ < 0) {
 		active_index_ = int32_t(scenes_.size() - 1);
-		show_on_view(&scenes_.back());
+		show_on_canvas(&scenes_.back());
 	}
 	log_info("Scene created (private): %s", name.c_str());
 	return true;
@@ -135,7 +162,6 @@ bool VerticalCanvas::create_scene(const std::string &name)
 
 bool VerticalCanvas::remove_scene(const std::string &name)
 {
-
 	const int32_t index = find_index(name);
 	if (index < 0) {
 		log_warning("remove_scene — not found: %s", name.c_str());
@@ -143,13 +169,11 @@ bool VerticalCanvas::remove_scene(const std::string &name)
 	}
 
 	if (index == active_index_) {
-		show_on_view(nullptr);
+		show_on_canvas(nullptr);
 		active_index_ = -1;
 	}
 
-	VerticalScene &entry = scenes_[size_t(index)];
-	release_assignment(entry);
-	entry.scene = nullptr;
+	release_assignment(scenes_[size_t(index)]);
 	scenes_.erase(scenes_.begin() + index);
 
 	if (active_index_ > index)
@@ -157,7 +181,7 @@ bool VerticalCanvas::remove_scene(const std::string &name)
 	// Removing the active scene activates the first one left, not a neighbour.
 	if (active_index_ < 0 && !scenes_.empty()) {
 		active_index_ = 0;
-		show_on_view(&scenes_.front());
+		show_on_canvas(&scenes_.front());
 	}
 	apply_active_audio();
 
@@ -167,7 +191,6 @@ bool VerticalCanvas::remove_scene(const std::string &name)
 
 bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string &new_name)
 {
-
 	if (old_name == new_name)
 		return true;
 	if (find_scene(new_name)) {
@@ -188,7 +211,6 @@ bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string
 
 bool VerticalCanvas::set_active_scene(const std::string &name)
 {
-
 	const int32_t index = find_index(name);
 	if (index < 0) {
 		log_warning("set_active_scene — not found: %s", name.c_str());
@@ -198,7 +220,7 @@ bool VerticalCanvas::set_active_scene(const std::string &name)
 		return true;
 
 	active_index_ = index;
-	show_on_view(&scenes_[size_t(index)]);
+	show_on_canvas(&scenes_[size_t(index)]);
 	apply_active_audio();
 	log_info("Active scene: %s", name.c_str());
 	return true;
@@ -206,39 +228,32 @@ bool VerticalCanvas::set_active_scene(const std::string &name)
 
 bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const std::string &source_name)
 {
-
 	VerticalScene *entry = find_scene(scene_name);
 	if (!entry) {
 		log_warning("assign_scene_source — scene not found: %s", scene_name.c_str());
 		return false;
 	}
 
-	release_assignment(*entry);
-	entry->source_name.clear();
-
-	if (source_name.empty()) {
-		place_source(*entry, nullptr);
+	OBSSourceAutoRelease source = source_name.empty() ? nullptr : obs_get_source_by_name(source_name.c_str());
+	if (!source_name.empty() && !source) {
+		// The name is kept, so that a scene made later under it is found. The old picture
+		// stays on purpose; the host prunes it if its scene goes.
+		entry->host = nullptr;
+		entry->source_name = source_name;
 		apply_active_audio();
-		log_info("Scene '%s': source cleared", scene_name.c_str());
-		return true;
-	}
-
-	OBSSourceAutoRelease source = obs_get_source_by_name(source_name.c_str());
-	// The name is kept either way, so a later re-apply can find a source that does not
-	// exist yet.
-	entry->source_name = source_name;
-	if (!source) {
-		apply_active_audio();
-		// The old picture stays in the private scene on purpose.
 		log_warning("assign_scene_source — OBS source not found: %s", source_name.c_str());
 		return false;
 	}
 
+	release_assignment(*entry);
 	place_source(*entry, source);
-	obs_source_inc_showing(source);
-	entry->source = std::move(source);
+	entry->source_name = source_name;
+	entry->host = source ? obs_source_get_weak_source(source) : nullptr;
 	apply_active_audio();
-	log_info("Scene '%s': source assigned → '%s'", scene_name.c_str(), source_name.c_str());
+	if (source)
+		log_info("Scene '%s': source assigned → '%s'", scene_name.c_str(), source_name.c_str());
+	else
+		log_info("Scene '%s': source cleared", scene_name.c_str());
 	return true;
 }
 
@@ -273,13 +288,11 @@ SceneList VerticalCanvas::scene_list() const
 	return list;
 }
 
-void VerticalCanvas::restore(const SceneList &list)
+void VerticalCanvas::replace_scenes(const SceneList &list)
 {
-	if (list.scenes.empty()) {
-		log_info("No saved scenes — keeping default Scene 1");
-		return;
-	}
-	remove_scene("Scene 1");
+	clear_scenes();
+	if (list.scenes.empty())
+		create_scene(kDefaultScene);
 	for (const SceneEntry &entry : list.scenes) {
 		// A name that exists already is refused here; its source is still assigned.
 		create_scene(entry.name);
@@ -288,21 +301,61 @@ void VerticalCanvas::restore(const SceneList &list)
 	}
 	if (!list.active.empty())
 		set_active_scene(list.active);
-	log_info("Restored %zu scene(s), active: %s", list.scenes.size(),
-		 list.active.empty() ? "(none)" : list.active.c_str());
+	log_info("Restored %zu scene(s), active: %s", scenes_.size(), active_scene_name().c_str());
 }
 
-void VerticalCanvas::reassign_sources()
+void VerticalCanvas::clear_scenes()
+{
+	show_on_canvas(nullptr);
+	active_index_ = -1;
+	for (VerticalScene &entry : scenes_)
+		release_assignment(entry);
+	scenes_.clear();
+	apply_active_audio();
+}
+
+void VerticalCanvas::resolve_pending()
 {
 	for (size_t i = 0; i < scenes_.size(); i++) {
+		if (scenes_[i].host || scenes_[i].source_name.empty())
+			continue;
 		// Copies: the assignment changes the entry.
 		const std::string name = scenes_[i].name;
 		const std::string source = scenes_[i].source_name;
-		if (source.empty())
-			continue;
-		log_debug("Re-applying source '%s' → scene '%s'", source.c_str(), name.c_str());
-		assign_scene_source(name, source);
+		OBSSourceAutoRelease found = obs_get_source_by_name(source.c_str());
+		if (found)
+			assign_scene_source(name, source);
 	}
+}
+
+bool VerticalCanvas::host_source_renamed(obs_weak_source_t *source, const std::string &new_name)
+{
+	bool any = false;
+	for (VerticalScene &entry : scenes_) {
+		if (!shows(entry, source) || entry.source_name == new_name)
+			continue;
+		log_info("Scene '%s' shows '%s', now named '%s'", entry.name.c_str(), entry.source_name.c_str(),
+			 new_name.c_str());
+		entry.source_name = new_name;
+		any = true;
+	}
+	return any;
+}
+
+bool VerticalCanvas::host_source_removed(obs_weak_source_t *source)
+{
+	bool any = false;
+	for (VerticalScene &entry : scenes_) {
+		if (!shows(entry, source))
+			continue;
+		log_info("Scene '%s': its OBS scene '%s' was removed", entry.name.c_str(), entry.source_name.c_str());
+		release_assignment(entry);
+		entry.source_name.clear();
+		any = true;
+	}
+	if (any)
+		apply_active_audio();
+	return any;
 }
 
 VerticalScene *VerticalCanvas::find_scene(const std::string &name)
@@ -327,6 +380,11 @@ int32_t VerticalCanvas::find_index(const std::string &name) const
 	return -1;
 }
 
+VerticalScene *VerticalCanvas::active_entry()
+{
+	return active_index_ >= 0 && size_t(active_index_) < scenes_.size() ? &scenes_[size_t(active_index_)] : nullptr;
+}
+
 void VerticalCanvas::rename_private_scene(VerticalScene &entry, const std::string &new_name)
 {
 	obs_source_t *source = obs_scene_get_source(entry.scene);
@@ -339,10 +397,10 @@ void VerticalCanvas::rename_private_scene(VerticalScene &entry, const std::strin
 	OBSSceneAutoRelease renamed = obs_scene_duplicate(entry.scene, new_name.c_str(), OBS_SCENE_DUP_PRIVATE_REFS);
 	if (!renamed)
 		return;
-	const bool shown = active_index_ >= 0 && &scenes_[size_t(active_index_)] == &entry;
+	const bool shown = active_entry() == &entry;
 	entry.scene = std::move(renamed);
 	if (shown)
-		show_on_view(&entry);
+		show_on_canvas(&entry);
 }
 
 void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
@@ -397,17 +455,25 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 		  placement.scale, placement.x, placement.y);
 }
 
-void VerticalCanvas::show_on_view(const VerticalScene *entry)
+// Every assigned host scene placed again, to cover a canvas of another size.
+void VerticalCanvas::replace_placements()
 {
-	obs_view_set_source(view_, 0, entry ? obs_scene_get_source(entry->scene) : nullptr);
+	for (VerticalScene &entry : scenes_) {
+		OBSSourceAutoRelease source = entry.host ? obs_weak_source_get_source(entry.host) : nullptr;
+		if (source)
+			place_source(entry, source);
+	}
+}
+
+void VerticalCanvas::show_on_canvas(const VerticalScene *entry)
+{
+	video_.set_source(entry ? obs_scene_get_source(entry->scene) : nullptr);
 }
 
 void VerticalCanvas::release_assignment(VerticalScene &entry)
 {
-	if (!entry.source)
-		return;
-	obs_source_dec_showing(entry.source);
-	entry.source = nullptr;
+	place_source(entry, nullptr);
+	entry.host = nullptr;
 }
 
 audio_t *VerticalCanvas::audio() const
@@ -417,7 +483,12 @@ audio_t *VerticalCanvas::audio() const
 
 size_t VerticalCanvas::audio_mix() const
 {
-	return scene_audio_ ? 0 : audio_track_;
+	return scene_audio_ ? 0 : config_.audio_track;
+}
+
+std::shared_ptr<const void> VerticalCanvas::keep_audio_open() const
+{
+	return scene_audio_ ? scene_audio_->keep_open() : nullptr;
 }
 
 void VerticalCanvas::rejoin_audio()
@@ -430,8 +501,9 @@ void VerticalCanvas::apply_active_audio()
 {
 	if (!scene_audio_)
 		return;
-	const bool has_active = active_index_ >= 0 && size_t(active_index_) < scenes_.size();
-	scene_audio_->set_source(has_active ? scenes_[size_t(active_index_)].source.Get() : nullptr);
+	VerticalScene *entry = active_entry();
+	OBSSourceAutoRelease source = entry && entry->host ? obs_weak_source_get_source(entry->host) : nullptr;
+	scene_audio_->set_source(source);
 }
 
 } // namespace cv

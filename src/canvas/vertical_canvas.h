@@ -1,10 +1,14 @@
 #pragma once
 
+#include "canvas_video.h"
+
 #include "base/settings.h"
 
 #include <obs.hpp>
 
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,16 +17,22 @@ namespace cv {
 
 class SceneAudio;
 
-// One entry of the canvas's scene list: a private host scene showing one host source.
+// One entry of the canvas's scene list: a private host scene showing one host scene.
 struct VerticalScene {
-	std::string name;        // unique in the list, compared byte for byte
-	std::string source_name; // assigned host source; kept even when it was not found
+	std::string name; // unique in the list, compared byte for byte
+	// The host scene's name: followed when it is renamed, kept when no scene had it (so
+	// that one made later is found), empty for none.
+	std::string source_name;
 	OBSSceneAutoRelease scene;
-	OBSSourceAutoRelease source; // holds one reference and one "showing" count
+	// The host scene it shows. Its only strong reference is the private scene's item, so
+	// the canvas never keeps a scene alive that the host let go.
+	OBSWeakSourceAutoRelease host;
 };
 
-// The second, vertical canvas: a host view with its own video output and the list
-// of vertical scenes it can show. The host's UI thread alone uses it.
+// The second, vertical canvas: its own video at its own size and rate, and the list of
+// vertical scenes it can show. Only the active vertical scene is on the canvas, so only
+// its host scene and what is inside it count as showing. The host's UI thread alone uses
+// it, but for render(), width() and height() (the preview's draw, on the graphics thread).
 class VerticalCanvas {
 public:
 	explicit VerticalCanvas(const CanvasConfig &config);
@@ -38,13 +48,28 @@ public:
 	uint32_t height() const { return height_; }
 	uint32_t fps_num() const { return fps_num_; }
 	uint32_t fps_den() const { return fps_den_; }
-	obs_view_t *view() const { return view_; }
-	video_t *video() const { return video_; }
+	const CanvasConfig &config() const { return config_; }
+	// The canvas's video. What encoders are made on is fresh_video(): the same, made anew
+	// on older hosts, whose resets of their video free it; only while no encoder uses it.
+	video_t *video() { return video_.video(); }
+	video_t *fresh_video() { return video_.fresh_video(); }
+	// Changes whenever video() or audio() do: encoders made before are not joined.
+	uint64_t generation() const { return video_.generation() + audio_generation_; }
+	// Draws what the canvas shows (graphics thread), and what that is: the active
+	// vertical scene's private scene, or nothing.
+	void render() { video_.render(); }
+	OBSSourceAutoRelease shown() const { return video_.source(); }
 	// The vertical audio and its mix: the active vertical scene's sources on the chosen
 	// track when the audio follows the scene, else the host's whole track.
 	audio_t *audio() const;
 	size_t audio_mix() const;
+	// Held by whoever made an encoder on audio(), as long as the encoder exists.
+	std::shared_ptr<const void> keep_audio_open() const;
 	bool initialised() const { return initialised_; }
+
+	// Takes a new size, rate or audio choice, keeping the scenes. Only while no encoder
+	// uses the canvas. False (and the canvas as it was) when the format is unusable.
+	bool reconfigure(const CanvasConfig &config);
 
 	// Scene list operations. Names are UTF-8 byte strings compared byte for byte.
 	bool create_scene(const std::string &name);
@@ -59,37 +84,44 @@ public:
 	// Empty when the scene does not exist or has no source assigned.
 	std::string scene_source_name(const std::string &scene_name) const;
 
-	// The scene list as a record, and back: a saved list replaces the default scene
-	// (an empty one keeps it).
+	// The scene list as a record, and back: the list replaces every scene (an empty one
+	// leaves the default "Scene 1").
 	SceneList scene_list() const;
-	void restore(const SceneList &list);
-	// Assigns every scene's source once more, for host scenes that did not exist when
-	// the list was restored.
-	void reassign_sources();
+	void replace_scenes(const SceneList &list);
+	// Lets go of every scene (and so of every host scene), showing nothing.
+	void clear_scenes();
+	// Assigns the host scenes that were named but not found once more.
+	void resolve_pending();
+	// The host renamed or removed one of its sources (known by its weak reference, as it
+	// may be gone); true when a vertical scene showed it: its assignment follows the new
+	// name, or is cleared.
+	bool host_source_renamed(obs_weak_source_t *source, const std::string &new_name);
+	bool host_source_removed(obs_weak_source_t *source);
 	// After the host loaded another scene collection.
 	void rejoin_audio();
 
 private:
 	void teardown();
+	bool open_audio();
 	VerticalScene *find_scene(const std::string &name);
 	const VerticalScene *find_scene(const std::string &name) const;
 	int32_t find_index(const std::string &name) const;
+	VerticalScene *active_entry();
 	void place_source(VerticalScene &entry, obs_source_t *source);
+	void replace_placements();
 	void rename_private_scene(VerticalScene &entry, const std::string &new_name);
-	void show_on_view(const VerticalScene *entry);
+	void show_on_canvas(const VerticalScene *entry);
 	void release_assignment(VerticalScene &entry);
 	void apply_active_audio();
 
-	uint32_t width_;
-	uint32_t height_;
+	CanvasConfig config_;
+	std::atomic<uint32_t> width_;
+	std::atomic<uint32_t> height_;
 	uint32_t fps_num_;
 	uint32_t fps_den_;
-	bool use_active_scene_audio_;
-	uint32_t audio_track_;
 	std::unique_ptr<SceneAudio> scene_audio_;
-	obs_video_info video_info_{};
-	OBSView view_;
-	video_t *video_ = nullptr;
+	uint64_t audio_generation_ = 0;
+	CanvasVideo video_;
 	std::vector<VerticalScene> scenes_;
 	int32_t active_index_ = -1;
 	bool initialised_ = false;

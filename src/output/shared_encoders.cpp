@@ -1,12 +1,14 @@
 #include "shared_encoders.h"
 
 #include "base/log.h"
-#include "canvas/vertical_canvas.h"
+#include "stream/mux_output.h"
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <ctime>
+#include <thread>
 
 namespace cv {
 
@@ -14,7 +16,6 @@ namespace {
 
 constexpr const char *kX264Options = "bframes=0:aud=1:repeat-headers=1";
 constexpr int kAudioKbps = 160;
-
 std::atomic<uint64_t> name_counter{0};
 
 bool is_x264(const char *id)
@@ -44,7 +45,45 @@ OBSEncoderAutoRelease make_video_encoder(const char *id, const OutputConfig &con
 	return encoder;
 }
 
+void attach(obs_output_t *output, obs_encoder_t *video, obs_encoder_t *audio)
+{
+	obs_output_set_video_encoder(output, video);
+	obs_output_set_audio_encoder(output, audio, 0);
+}
+
 } // namespace
+
+// One set of encoders, the outputs on it, and the canvas audio it keeps open.
+struct SharedEncoders::Encode {
+	// First, so it goes last: the audio stays open until its encoder is gone.
+	std::shared_ptr<const void> keep_audio_open;
+	OBSEncoderAutoRelease video;
+	OBSEncoderAutoRelease audio;
+	uint64_t generation = 0;
+	std::vector<OBSWeakOutputAutoRelease> users;
+
+	// Drops the outputs that have stopped.
+	void prune()
+	{
+		users.erase(std::remove_if(users.begin(), users.end(),
+					   [](const OBSWeakOutputAutoRelease &weak) {
+						   OBSOutputAutoRelease user = obs_weak_output_get_output(weak);
+						   return !user || !obs_output_active(user);
+					   }),
+			    users.end());
+	}
+	bool joinable(const CanvasFeed &feed)
+	{
+		prune();
+		return !users.empty() && generation == feed.generation && !obs_encoder_paused(video);
+	}
+	bool serves(obs_output_t *output) const
+	{
+		return std::any_of(users.begin(), users.end(), [output](const OBSWeakOutputAutoRelease &weak) {
+			return obs_weak_output_references_output(weak, output);
+		});
+	}
+};
 
 std::string make_unique_name(const char *base)
 {
@@ -67,73 +106,100 @@ const std::vector<const char *> &encoder_candidates(const std::string &preferred
 	return automatic;
 }
 
-SharedEncoders::SharedEncoders(VerticalCanvas *canvas, const OutputConfig &config) : canvas_(canvas), config_(config) {}
+SharedEncoders::SharedEncoders(const OutputConfig &config) : config_(config) {}
+
+SharedEncoders::~SharedEncoders() = default;
 
 void SharedEncoders::update_config(const OutputConfig &config)
 {
 	config_ = config;
 }
 
-bool SharedEncoders::start(obs_output_t *output)
+Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 {
-	// Outputs that have stopped no longer hold the encode.
-	users_.erase(std::remove_if(users_.begin(), users_.end(),
-				    [](const OBSWeakOutputAutoRelease &weak) {
-					    OBSOutputAutoRelease user = obs_weak_output_get_output(weak);
-					    return !user || !obs_output_active(user);
-				    }),
-		     users_.end());
-	if (video_ && !users_.empty()) {
-		attach(output);
-		if (!obs_output_start(output))
-			return false;
-		users_.emplace_back(obs_output_get_weak_output(output));
-		return true;
+	for (const std::unique_ptr<Encode> &encode : encodes_) {
+		if (!encode->joinable(feed))
+			continue;
+		attach(output, encode->video, encode->audio);
+		if (!obs_output_start(output)) {
+			const Error failure = mux_output_failure(output);
+			return failure ? failure : Error(ErrorCode::NoEncoder);
+		}
+		encode->users.emplace_back(obs_output_get_weak_output(output));
+		return {};
 	}
+	Error failure;
 	for (const char *id : encoder_candidates(config_.preferred_encoder)) {
 		// An encoder this host does not have would only fail later, after a connection.
-		if (!obs_get_encoder_codec(id) || !create(id))
+		if (!obs_get_encoder_codec(id))
 			continue;
-		attach(output);
+		std::unique_ptr<Encode> encode = create(id, feed);
+		if (!encode)
+			continue;
+		attach(output, encode->video, encode->audio);
 		if (obs_output_start(output)) {
 			encoder_id_ = id;
-			users_.emplace_back(obs_output_get_weak_output(output));
+			encode->users.emplace_back(obs_output_get_weak_output(output));
+			encodes_.push_back(std::move(encode));
 			log_info("Vertical encode started with encoder: %s", id);
-			return true;
+			return {};
 		}
 		const char *error = obs_output_get_last_error(output);
 		log_warning("Encoder %s failed to start output: %s", id, error ? error : "unknown");
+		failure = mux_output_failure(output);
+		// Only an encoder's own failure is worth another encoder.
+		if (failure && failure.code != ErrorCode::NoEncoder)
+			return failure;
 	}
-	video_ = nullptr;
-	audio_ = nullptr;
-	encoder_id_.clear();
 	log_error("No encoder could start successfully");
-	return false;
+	return ErrorCode::NoEncoder;
 }
 
-bool SharedEncoders::create(const char *id)
+void SharedEncoders::release_unused()
 {
-	audio_ = nullptr;
-	video_ = make_video_encoder(id, config_, canvas_->video());
-	if (!video_)
-		return false;
-	OBSDataAutoRelease settings = obs_data_create();
-	obs_data_set_int(settings, "bitrate", kAudioKbps);
-	audio_ = obs_audio_encoder_create("ffmpeg_aac", make_unique_name("cv_audio_enc").c_str(), settings,
-					  canvas_->audio_mix(), nullptr);
-	if (!audio_) {
-		log_error("Failed to create the ffmpeg_aac encoder");
-		video_ = nullptr;
-		return false;
+	for (auto it = encodes_.begin(); it != encodes_.end();) {
+		(*it)->prune();
+		it = (*it)->users.empty() ? encodes_.erase(it) : it + 1;
 	}
-	obs_encoder_set_audio(audio_, canvas_->audio());
+}
+
+bool wait_stopped(obs_output_t *output, std::chrono::milliseconds timeout)
+{
+	const auto give_up = std::chrono::steady_clock::now() + timeout;
+	while (obs_output_active(output)) {
+		if (std::chrono::steady_clock::now() > give_up)
+			return false;
+		std::this_thread::sleep_for(std::chrono::milliseconds(2));
+	}
 	return true;
 }
 
-void SharedEncoders::attach(obs_output_t *output)
+bool SharedEncoders::alone(obs_output_t *output) const
 {
-	obs_output_set_video_encoder(output, video_);
-	obs_output_set_audio_encoder(output, audio_, 0);
+	for (const std::unique_ptr<Encode> &encode : encodes_)
+		if (encode->serves(output))
+			return encode->users.size() == 1;
+	return false;
+}
+
+std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const char *id, const CanvasFeed &feed)
+{
+	auto encode = std::make_unique<Encode>();
+	encode->video = make_video_encoder(id, config_, feed.video);
+	if (!encode->video)
+		return nullptr;
+	OBSDataAutoRelease settings = obs_data_create();
+	obs_data_set_int(settings, "bitrate", kAudioKbps);
+	encode->audio = obs_audio_encoder_create("ffmpeg_aac", make_unique_name("cv_audio_enc").c_str(), settings,
+						 feed.audio_mix, nullptr);
+	if (!encode->audio) {
+		log_error("Failed to create the ffmpeg_aac encoder");
+		return nullptr;
+	}
+	obs_encoder_set_audio(encode->audio, feed.audio);
+	encode->generation = feed.generation;
+	encode->keep_audio_open = feed.keep_audio_open;
+	return encode;
 }
 
 } // namespace cv

@@ -7,28 +7,49 @@
 
 #include <algorithm>
 #include <chrono>
+#include <thread>
 
 namespace cv {
 
 namespace {
 
-constexpr const char *kDefaultStopMessage = "Vertical output failed to connect.\nCheck your RTMP URL and stream key.";
 constexpr std::chrono::seconds kMeterPeriod(1);
 
 using Clock = std::chrono::steady_clock;
 
+// What is wrong with a destination's address, found before any encoder is tried.
+Error address_problem(const DestinationSettings &settings)
+{
+	if (trim_blanks(settings.url).empty())
+		return ErrorCode::UrlEmpty;
+	const StreamUrl built = build_stream_url(settings.url, settings.key);
+	if (built.url.empty())
+		return ErrorCode::KeyEmpty;
+	if (const std::string problem = stream_url_problem(built.url); !problem.empty())
+		return {ErrorCode::UrlUnusable, problem};
+	return {};
+}
+
+// How long a stopping output may take to let go of its encoders.
+constexpr std::chrono::seconds kStopWait(5);
+
 } // namespace
 
-// One destination: its settings as they were at its start, its output and what its last
+// One destination: its newest settings, the output of its newest start and what its last
 // stop had to say.
-struct VerticalOutput::Target {
+struct VerticalOutput::Target : std::enable_shared_from_this<Target> {
 	VerticalOutput *owner = nullptr;
+	std::string id;
+
+	mutable std::mutex mutex; // the UI thread, the job thread and the host's stop signal
 	DestinationSettings settings;
+	bool starting = false;   // its start job has not run yet
+	bool stop_asked = false; // stopped before its start job ran
+	bool stopping = false;   // told to stop or stopped; until its job lets go of it
 	OBSOutputAutoRelease output;
-	OBSSignal stop_signal;
-	bool one_of_several = false;    // its errors name it
-	mutable std::mutex error_mutex; // the UI thread and the host's stop signal
-	std::string error;
+	Error error;
+
+	OBSSignal stop_signal; // the job thread's
 	// The bitrate meter's last reading (the UI thread's alone).
 	struct {
 		Clock::time_point at{};
@@ -54,17 +75,21 @@ const char *state_name(StreamState state)
 	return "stopped";
 }
 
-VerticalOutput::VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config, StreamErrorHandler on_error)
+VerticalOutput::VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config, FailureHandler on_failure)
 	: canvas_(canvas),
-	  config_(config),
-	  encoders_(canvas, config),
-	  on_error_(std::move(on_error))
+	  on_failure_(std::move(on_failure)),
+	  encoders_(config)
 {
+	update_config(config);
 }
 
 VerticalOutput::~VerticalOutput()
 {
-	release_all();
+	stop();
+	// The stops just asked for let go of the encoders on the job thread.
+	if (!wait_idle(kStopBudget + std::chrono::seconds(3)))
+		log_warning("The vertical encode was still stopping when its output went");
+	jobs_.post([this] { encoders_.release_unused(); });
 }
 
 bool VerticalOutput::init()
@@ -77,121 +102,215 @@ bool VerticalOutput::init()
 	return true;
 }
 
-bool VerticalOutput::start()
+CanvasFeed VerticalOutput::feed()
 {
-	if (!initialised_) {
-		log_error("VerticalOutput::start — not initialised");
-		return false;
-	}
-	if (is_active()) {
-		log_warning("VerticalOutput::start — already active");
-		return true;
-	}
-	release_all();
-	for (const DestinationSettings &settings : config_.destinations) {
-		auto target = std::make_unique<Target>();
-		target->owner = this;
-		target->settings = settings;
-		targets_.push_back(std::move(target));
-	}
-	const auto enabled = std::count_if(config_.destinations.begin(), config_.destinations.end(),
-					   [](const DestinationSettings &settings) { return settings.enabled; });
-	bool any = false;
-	for (const std::unique_ptr<Target> &target : targets_) {
-		target->one_of_several = enabled > 1;
-		if (target->settings.enabled)
-			any = start_target(*target) || any;
-	}
-	if (!any)
-		log_error("Vertical output start failed: no enabled destination could start. Configure them in Tools "
-			  "→ Corvane Vertical Streaming Settings.");
-	return any;
+	CanvasFeed feed;
+	// New encoders get a mix that no reset of the host's video can have taken away.
+	feed.video = idle() ? canvas_->fresh_video() : canvas_->video();
+	feed.fps_num = canvas_->fps_num();
+	feed.fps_den = canvas_->fps_den();
+	feed.audio = canvas_->audio();
+	feed.audio_mix = canvas_->audio_mix();
+	feed.generation = canvas_->generation();
+	feed.keep_audio_open = canvas_->keep_audio_open();
+	return feed;
 }
 
-bool VerticalOutput::start_target(Target &target)
+Error VerticalOutput::start(const std::string &id)
 {
-	const DestinationSettings &settings = target.settings;
-	auto refuse = [&](const std::string &error) {
-		std::lock_guard lock(target.error_mutex);
-		target.error = error;
-		log_error("Destination '%s' cannot start: %s", settings.name.c_str(), error.c_str());
-		return false;
-	};
-	if (trim_blanks(settings.url).empty())
-		return refuse("RTMP URL is empty");
+	if (!initialised_)
+		return ErrorCode::NoCanvas;
+	const CanvasFeed canvas_feed = feed();
+	if (!canvas_feed.video)
+		return ErrorCode::NoCanvas;
+	size_t asked = 0;
+	bool any = false;
+	Error first;
+	for (const std::shared_ptr<Target> &target : targets_) {
+		std::unique_lock lock(target->mutex);
+		if (id.empty() ? !target->settings.enabled : target->id != id)
+			continue;
+		asked++;
+		if (target->starting || (target->output && !target->stopping)) {
+			any = true;
+			continue;
+		}
+		if (const Error problem = address_problem(target->settings)) {
+			target->error = problem;
+			log_error("Destination '%s' cannot start: %s", target->settings.name.c_str(),
+				  english(problem).c_str());
+			if (!first)
+				first = problem;
+			continue;
+		}
+		target->starting = true;
+		target->stop_asked = false;
+		target->error = {};
+		busy_++;
+		any = true;
+		lock.unlock();
+		jobs_.post([this, target, canvas_feed] { run_start(target, canvas_feed); });
+	}
+	if (!id.empty() && asked == 0)
+		return {ErrorCode::NoSuchDestination, id};
+	if (asked == 0)
+		return ErrorCode::NoDestinationOn;
+	return any ? Error() : first;
+}
 
+// The job thread.
+void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const CanvasFeed &feed)
+{
+	DestinationSettings settings;
+	{
+		std::lock_guard lock(target->mutex);
+		if (target->stop_asked) {
+			target->starting = false;
+			busy_--;
+			return;
+		}
+		settings = target->settings;
+	}
 	OBSDataAutoRelease data = obs_data_create();
 	obs_data_set_string(data, "server", settings.url.c_str());
 	obs_data_set_string(data, "key", settings.key.c_str());
-	obs_data_set_int(data, "fps_num", canvas_->fps_num());
-	obs_data_set_int(data, "fps_den", canvas_->fps_den());
-	target.output = obs_output_create(kMuxOutputId, make_unique_name("cv_mux_output").c_str(), data, nullptr);
-	if (!target.output)
-		return refuse("the host could not create the output");
-	target.stop_signal.Connect(obs_output_get_signal_handler(target.output), "stop", on_output_stop, &target);
-	// The address as the log may show it: no key, no SRT secret.
-	log_info("Destination '%s' starting: %s", settings.name.c_str(),
-		 mask_url_for_log(settings.url, settings.key).c_str());
-	running_++;
-	if (!encoders_.start(target.output)) {
-		running_--;
-		const char *error = obs_output_get_last_error(target.output);
-		return refuse(error && *error ? error : "no encoder could start");
+	obs_data_set_int(data, "fps_num", feed.fps_num);
+	obs_data_set_int(data, "fps_den", feed.fps_den);
+	OBSOutputAutoRelease output =
+		obs_output_create(kMuxOutputId, make_unique_name("cv_mux_output").c_str(), data, nullptr);
+	Error failure = output ? Error() : Error(ErrorCode::NoOutput);
+	if (output) {
+		target->stop_signal.Disconnect();
+		target->stop_signal.Connect(obs_output_get_signal_handler(output), "stop", on_output_stop,
+					    target.get());
+		// The address as the log may show it: no key, no secret.
+		log_info("Destination '%s' starting: %s", settings.name.c_str(),
+			 mask_url_for_log(settings.url, settings.key).c_str());
+		failure = encoders_.start(output, feed);
 	}
-	return true;
-}
-
-void VerticalOutput::stop()
-{
-	bool any = false;
-	for (const std::unique_ptr<Target> &target : targets_) {
-		if (target->output && obs_output_active(target->output)) {
-			obs_output_stop(target->output);
-			any = true;
+	bool stop_now = false;
+	{
+		std::lock_guard lock(target->mutex);
+		target->starting = false;
+		if (failure) {
+			target->error = failure;
+		} else {
+			target->output = std::move(output);
+			target->stopping = false;
+			stop_now = target->stop_asked;
 		}
 	}
-	if (any)
-		log_info("Vertical output stop requested (%s)", encoders_.encoder_id().c_str());
+	if (failure) {
+		target->stop_signal.Disconnect();
+		log_error("Destination '%s' cannot start: %s", settings.name.c_str(), english(failure).c_str());
+		if (on_failure_)
+			on_failure_(settings.name, failure);
+		output_finished(nullptr);
+		return;
+	}
+	output_started();
+	if (stop_now)
+		stop(target->id);
 }
 
-bool VerticalOutput::is_active()
+void VerticalOutput::stop(const std::string &id)
 {
-	for (const std::unique_ptr<Target> &target : targets_)
-		if (target->output && obs_output_active(target->output))
+	for (const std::shared_ptr<Target> &target : targets_) {
+		OBSOutput output;
+		{
+			std::lock_guard lock(target->mutex);
+			if (!id.empty() && target->id != id)
+				continue;
+			if (target->starting)
+				target->stop_asked = true;
+			if (target->output && !target->stopping) {
+				target->stopping = true;
+				output = target->output.Get();
+			}
+		}
+		// Outside the lock: the host tells the stop from inside this call.
+		if (output) {
+			obs_output_stop(output);
+			log_info("Destination '%s' stop requested", target->settings.name.c_str());
+		}
+	}
+}
+
+bool VerticalOutput::is_active() const
+{
+	for (const std::shared_ptr<Target> &target : targets_) {
+		std::lock_guard lock(target->mutex);
+		if (target->starting || (target->output && obs_output_active(target->output)))
 			return true;
+	}
 	return false;
+}
+
+bool VerticalOutput::idle() const
+{
+	return busy_ == 0 && !holding_;
+}
+
+bool VerticalOutput::wait_idle(std::chrono::milliseconds timeout) const
+{
+	const auto give_up = Clock::now() + timeout;
+	while (!idle()) {
+		if (Clock::now() >= give_up)
+			return false;
+		std::this_thread::sleep_for(std::chrono::milliseconds(2));
+	}
+	return true;
 }
 
 void VerticalOutput::update_config(const OutputConfig &config)
 {
 	config_ = config;
-	encoders_.update_config(config);
-	log_info("Vertical output settings updated (%zu destination(s))", config.destinations.size());
+	jobs_.post([this, config] { encoders_.update_config(config); });
+	std::vector<std::shared_ptr<Target>> kept;
+	for (size_t i = 0; i < config_.destinations.size(); i++) {
+		DestinationSettings &settings = config_.destinations[i];
+		// Destinations made without one are known by their place.
+		if (settings.id.empty())
+			settings.id = "#" + std::to_string(i + 1);
+		auto found = std::find_if(targets_.begin(), targets_.end(), [&](const std::shared_ptr<Target> &target) {
+			return target->id == settings.id;
+		});
+		std::shared_ptr<Target> target = found != targets_.end() ? *found : std::make_shared<Target>();
+		target->owner = this;
+		target->id = settings.id;
+		{
+			std::lock_guard lock(target->mutex);
+			target->settings = settings;
+		}
+		kept.push_back(std::move(target));
+	}
+	// Destinations taken out of the list stop.
+	for (const std::shared_ptr<Target> &target : targets_)
+		if (std::find(kept.begin(), kept.end(), target) == kept.end())
+			stop(target->id);
+	targets_ = std::move(kept);
 }
 
 std::vector<DestinationStatus> VerticalOutput::destinations() const
 {
 	std::vector<DestinationStatus> list;
-	// Destinations as configured; those that ran since the last start say how it went.
-	for (size_t i = 0; i < config_.destinations.size(); i++) {
+	for (const std::shared_ptr<Target> &target : targets_) {
+		std::lock_guard lock(target->mutex);
 		DestinationStatus status;
-		status.name = config_.destinations[i].name;
-		status.enabled = config_.destinations[i].enabled;
-		const Target *target = i < targets_.size() ? targets_[i].get() : nullptr;
-		if (target && target->settings.name == status.name) {
-			{
-				std::lock_guard lock(target->error_mutex);
-				status.error = target->error;
-			}
-			if (target->output && obs_output_active(target->output)) {
-				status.stats = mux_output_stats(target->output);
-				status.kbps = measure(*target, status.stats.bytes_sent);
-				status.state = status.stats.connected      ? StreamState::Live
-					       : status.stats.reconnecting ? StreamState::Reconnecting
-									   : StreamState::Connecting;
-			} else if (!status.error.empty()) {
-				status.state = StreamState::Failed;
-			}
+		status.id = target->id;
+		status.name = target->settings.name;
+		status.enabled = target->settings.enabled;
+		status.error = target->error;
+		if (target->starting) {
+			status.state = StreamState::Connecting;
+		} else if (target->output && obs_output_active(target->output)) {
+			status.stats = mux_output_stats(target->output);
+			status.kbps = measure(*target, status.stats.bytes_sent);
+			status.state = status.stats.connected      ? StreamState::Live
+				       : status.stats.reconnecting ? StreamState::Reconnecting
+								   : StreamState::Connecting;
+		} else if (status.error) {
+			status.state = StreamState::Failed;
 		}
 		list.push_back(std::move(status));
 	}
@@ -212,38 +331,66 @@ uint32_t VerticalOutput::measure(const Target &target, uint64_t bytes_sent)
 	return meter.kbps;
 }
 
-void VerticalOutput::release_all()
+// The job thread, once an output told its stop: its encoders may go.
+void VerticalOutput::output_finished(obs_output_t *)
 {
-	for (const std::unique_ptr<Target> &target : targets_) {
-		if (target->output && obs_output_active(target->output))
-			obs_output_stop(target->output);
-		target->stop_signal.Disconnect();
-	}
-	targets_.clear();
-	running_ = 0;
+	encoders_.release_unused();
+	holding_ = encoders_.holding();
+	busy_--;
+	if (busy_ == 0 && !holding_ && on_idle_)
+		on_idle_();
 }
 
-// Runs on whichever thread libobs emits "stop" from. The target outlives its signal.
+// Runs on whichever thread libobs emits "stop" from, possibly inside obs_output_stop.
 void VerticalOutput::on_output_stop(void *data, calldata_t *calldata)
 {
-	auto *target = static_cast<Target *>(data);
+	std::shared_ptr<Target> target = static_cast<Target *>(data)->weak_from_this().lock();
+	if (!target)
+		return;
 	VerticalOutput *self = target->owner;
 	long long code = 0;
 	calldata_get_int(calldata, "code", &code);
-	const int still_running = --self->running_;
-	if (code != OBS_OUTPUT_ERROR && code != OBS_OUTPUT_ENCODE_ERROR)
-		return;
-	const char *error = obs_output_get_last_error(static_cast<obs_output_t *>(calldata_ptr(calldata, "output")));
-	const std::string message = error && *error ? error : kDefaultStopMessage;
-	{
-		std::lock_guard lock(target->error_mutex);
-		target->error = message;
+	auto *output = static_cast<obs_output_t *>(calldata_ptr(calldata, "output"));
+	Error failure;
+	if (code == OBS_OUTPUT_ERROR || code == OBS_OUTPUT_ENCODE_ERROR) {
+		failure = mux_output_failure(output);
+		if (!failure)
+			failure = code == OBS_OUTPUT_ENCODE_ERROR ? ErrorCode::EncoderStopped
+								  : ErrorCode::ConnectFailed;
 	}
-	log_warning("Destination '%s' stopped: %s", target->settings.name.c_str(), message.c_str());
-	// An error box only when nothing streams any more.
-	if (still_running > 0 || !self->on_error_)
-		return;
-	self->on_error_(target->one_of_several ? target->settings.name + ": " + message : message);
+	std::string name;
+	{
+		std::lock_guard lock(target->mutex);
+		name = target->settings.name;
+		if (target->output.Get() == output)
+			target->stopping = true;
+		if (failure)
+			target->error = failure;
+	}
+	if (failure) {
+		log_warning("Destination '%s' stopped: %s", name.c_str(), english(failure).c_str());
+		if (self->on_failure_)
+			self->on_failure_(name, failure);
+	}
+	OBSOutput held = output;
+	self->jobs_.post([self, target, held] {
+		if (!wait_stopped(held, kStopWait))
+			log_warning("Destination '%s' took over %lld s to stop", target->settings.name.c_str(),
+				    (long long)kStopWait.count());
+		bool newest = false;
+		{
+			std::lock_guard lock(target->mutex);
+			newest = target->output.Get() == held.Get();
+			if (newest) {
+				target->output = nullptr;
+				target->stopping = false;
+			}
+		}
+		// Off the host's signal, unless a newer start has connected it to its own output.
+		if (newest)
+			target->stop_signal.Disconnect();
+		self->output_finished(held);
+	});
 }
 
 } // namespace cv

@@ -1,5 +1,7 @@
 #include "vertical_recording.h"
 
+#include "vertical_output.h"
+
 #include "base/log.h"
 
 #include <util/platform.h>
@@ -7,6 +9,7 @@
 
 #include <filesystem>
 #include <string_view>
+#include <thread>
 
 namespace cv {
 
@@ -51,106 +54,190 @@ std::string new_file_path(const std::string &folder, const char *extension)
 
 } // namespace
 
-VerticalRecording::VerticalRecording(SharedEncoders &encoders, ErrorHandler on_error)
-	: encoders_(encoders),
-	  on_error_(std::move(on_error))
+VerticalRecording::VerticalRecording(VerticalOutput &encode, FailureHandler on_failure)
+	: encode_(encode),
+	  on_failure_(std::move(on_failure))
 {
 }
 
 VerticalRecording::~VerticalRecording()
 {
+	stop();
+	// Its stop and its jobs use this object: they come before it goes.
+	const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+	while (is_active() && std::chrono::steady_clock::now() < give_up)
+		std::this_thread::sleep_for(std::chrono::milliseconds(2));
+	encode_.jobs().wait_idle(std::chrono::seconds(10));
 	stop_signal_.Disconnect();
-	if (output_ && obs_output_active(output_))
-		obs_output_stop(output_);
 }
 
-bool VerticalRecording::start(const std::string &folder, const std::string &format)
+Error VerticalRecording::start(const std::string &folder, const std::string &format)
 {
 	if (is_active())
-		return true;
-	{
-		std::lock_guard lock(error_mutex_);
-		error_.clear();
-	}
+		return {};
 	std::error_code error;
 	if (folder.empty() || !std::filesystem::is_directory(folder, error)) {
-		fail("The recording folder \"" + folder +
-		     "\" does not exist. Choose one in the host's output settings.");
-		return false;
+		const Error failure(ErrorCode::NoRecordingFolder, folder);
+		fail(failure);
+		return failure;
 	}
 	const Container container = container_for(format);
-	path_ = new_file_path(folder, container.extension);
+	const std::string path = new_file_path(folder, container.extension);
+	{
+		std::lock_guard lock(mutex_);
+		error_ = {};
+		path_ = path;
+		starting_ = true;
+		stop_asked_ = false;
+	}
+	CanvasFeed feed = encode_.feed();
+	encode_.output_starting();
+	const std::string muxer_settings = container.muxer_settings;
+	encode_.jobs().post(
+		[this, path, muxer_settings, feed = std::move(feed)] { run_start(path, muxer_settings, feed); });
+	return {};
+}
 
-	stop_signal_.Disconnect();
+// The job thread.
+void VerticalRecording::run_start(const std::string &path, const std::string &muxer_settings, const CanvasFeed &feed)
+{
+	{
+		std::lock_guard lock(mutex_);
+		if (stop_asked_) {
+			starting_ = false;
+			encode_.output_finished(nullptr);
+			return;
+		}
+	}
 	OBSDataAutoRelease settings = obs_data_create();
-	obs_data_set_string(settings, "path", path_.c_str());
-	obs_data_set_string(settings, "muxer_settings", container.muxer_settings);
-	output_ = obs_output_create(kFileMuxerId, "cv_vertical_recording", settings, nullptr);
-	if (!output_) {
-		fail("The host's file muxer output is not available.");
-		return false;
+	obs_data_set_string(settings, "path", path.c_str());
+	obs_data_set_string(settings, "muxer_settings", muxer_settings.c_str());
+	OBSOutputAutoRelease output = obs_output_create(kFileMuxerId, "cv_vertical_recording", settings, nullptr);
+	Error failure = output ? Error() : Error(ErrorCode::NoFileMuxer);
+	if (output) {
+		stop_signal_.Disconnect();
+		stop_signal_.Connect(obs_output_get_signal_handler(output), "stop", on_output_stop, this);
+		if (Error started = encode_.encoders().start(output, feed)) {
+			const char *why = obs_output_get_last_error(output);
+			failure = {ErrorCode::RecordingNotStarted, why && *why ? why : path};
+		}
 	}
-	stop_signal_.Connect(obs_output_get_signal_handler(output_), "stop", on_output_stop, this);
-	if (!encoders_.start(output_)) {
-		const char *why = obs_output_get_last_error(output_);
-		fail("The vertical recording could not start: " + std::string(why && *why ? why : path_) +
-		     "\nCheck that the recording folder can be written.");
-		return false;
+	bool stop_now = false;
+	{
+		std::lock_guard lock(mutex_);
+		starting_ = false;
+		if (!failure) {
+			output_ = std::move(output);
+			stop_now = stop_asked_;
+		}
 	}
-	log_info("Vertical recording started: %s", path_.c_str());
-	return true;
+	if (failure) {
+		stop_signal_.Disconnect();
+		fail(failure);
+		encode_.output_finished(nullptr);
+		return;
+	}
+	encode_.output_started();
+	log_info("Vertical recording started: %s", path.c_str());
+	if (stop_now)
+		stop();
 }
 
 void VerticalRecording::stop()
 {
-	if (output_ && obs_output_active(output_)) {
-		obs_output_stop(output_);
+	OBSOutput output;
+	{
+		std::lock_guard lock(mutex_);
+		if (starting_)
+			stop_asked_ = true;
+		if (output_ && obs_output_active(output_))
+			output = output_.Get();
+	}
+	if (output) {
+		obs_output_stop(output);
 		log_info("Vertical recording stop requested");
 	}
 }
 
 bool VerticalRecording::is_active() const
 {
-	return output_ && obs_output_active(output_);
+	std::lock_guard lock(mutex_);
+	return starting_ || (output_ && obs_output_active(output_));
+}
+
+void VerticalRecording::set_paused(bool paused)
+{
+	encode_.jobs().post([this, paused] {
+		OBSOutput output;
+		{
+			std::lock_guard lock(mutex_);
+			output = output_.Get();
+		}
+		if (!output || !obs_output_active(output) || obs_output_paused(output) == paused)
+			return;
+		if (paused && !encode_.encoders().alone(output)) {
+			log_warning("The vertical recording goes on: it shares its encoder with the vertical stream");
+			if (on_failure_)
+				on_failure_(ErrorCode::RecordingCannotPause);
+			return;
+		}
+		if (obs_output_pause(output, paused))
+			log_info("Vertical recording %s", paused ? "paused" : "resumed");
+	});
+}
+
+bool VerticalRecording::is_paused() const
+{
+	std::lock_guard lock(mutex_);
+	return output_ && obs_output_paused(output_);
 }
 
 std::string VerticalRecording::path() const
 {
+	std::lock_guard lock(mutex_);
 	return path_;
 }
 
-std::string VerticalRecording::error() const
+Error VerticalRecording::error() const
 {
-	std::lock_guard lock(error_mutex_);
+	std::lock_guard lock(mutex_);
 	return error_;
 }
 
-void VerticalRecording::fail(const std::string &message)
+void VerticalRecording::fail(const Error &error)
 {
 	{
-		std::lock_guard lock(error_mutex_);
-		error_ = message;
+		std::lock_guard lock(mutex_);
+		error_ = error;
 	}
-	log_error("Vertical recording: %s", message.c_str());
-	if (on_error_)
-		on_error_(message);
+	log_error("Vertical recording: %s", english(error).c_str());
+	if (on_failure_)
+		on_failure_(error);
 }
 
-// Runs on whichever thread libobs emits "stop" from; the output and this object outlive
-// the connection.
+// Runs on whichever thread libobs emits "stop" from; this object outlives the connection.
 void VerticalRecording::on_output_stop(void *data, calldata_t *calldata)
 {
 	auto *self = static_cast<VerticalRecording *>(data);
 	long long code = 0;
 	calldata_get_int(calldata, "code", &code);
+	auto *output = static_cast<obs_output_t *>(calldata_ptr(calldata, "output"));
 	if (code == OBS_OUTPUT_SUCCESS) {
-		log_info("Vertical recording saved: %s", self->path_.c_str());
-		return;
+		log_info("Vertical recording saved: %s", self->path().c_str());
+	} else {
+		const char *why = obs_output_get_last_error(output);
+		self->fail({ErrorCode::RecordingStopped, why && *why ? why : ""});
 	}
-	const char *why = obs_output_get_last_error(static_cast<obs_output_t *>(calldata_ptr(calldata, "output")));
-	self->fail(
-		"The vertical recording stopped: " + std::string(why && *why ? why : "the file could not be written") +
-		"\nIs the disk full? The vertical stream is not affected.");
+	OBSOutput held = output;
+	self->encode_.jobs().post([self, held] {
+		wait_stopped(held, std::chrono::seconds(5));
+		{
+			std::lock_guard lock(self->mutex_);
+			if (self->output_.Get() == held.Get())
+				self->output_ = nullptr;
+		}
+		self->encode_.output_finished(held);
+	});
 }
 
 } // namespace cv

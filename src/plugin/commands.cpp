@@ -7,13 +7,12 @@
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
 #include "output/vertical_recording.h"
+#include "stream/stream_url.h"
 #include "ui/vertical_dock.h"
 
 #include <obs-frontend-api.h>
 #include <util/config-file.h>
 #include <util/util.hpp>
-
-#include <QString>
 
 #include <algorithm>
 #include <cstring>
@@ -23,8 +22,6 @@
 namespace cv {
 
 namespace {
-
-constexpr const char *kNoCanvas = "There is no vertical canvas: the profile's canvas settings cannot be used";
 
 // The host's recording format for the profile, as its output settings name it.
 std::string host_recording_format()
@@ -40,98 +37,125 @@ std::string host_recording_format()
 	return {};
 }
 
-// As the dock trims what is typed.
+// As typed, less the blanks around it; every other byte as it is.
 std::string trimmed(const std::string &name)
 {
-	return QString::fromUtf8(name.c_str()).trimmed().toUtf8().toStdString();
+	return trim_blanks(name);
+}
+
+const char *action_name(HotkeyAction action)
+{
+	switch (action) {
+	case HotkeyAction::StartStreaming:
+		return "start streaming";
+	case HotkeyAction::StopStreaming:
+		return "stop streaming";
+	case HotkeyAction::StartRecording:
+		return "start recording";
+	case HotkeyAction::StopRecording:
+		return "stop recording";
+	case HotkeyAction::NextScene:
+		return "next scene";
+	case HotkeyAction::PreviousScene:
+		break;
+	}
+	return "previous scene";
 }
 
 } // namespace
 
 void Plugin::on_hotkey(HotkeyAction action)
 {
-	const char *name = "";
-	std::string error;
+	Error error;
 	switch (action) {
 	case HotkeyAction::StartStreaming:
-		name = "start streaming";
 		error = start_streaming();
 		break;
 	case HotkeyAction::StopStreaming:
-		name = "stop streaming";
 		error = stop_streaming();
 		break;
 	case HotkeyAction::StartRecording:
-		name = "start recording";
 		error = start_recording();
 		break;
 	case HotkeyAction::StopRecording:
-		name = "stop recording";
 		error = stop_recording();
 		break;
 	case HotkeyAction::NextScene:
-		name = "next scene";
 		error = step_scene(1);
 		break;
 	case HotkeyAction::PreviousScene:
-		name = "previous scene";
 		error = step_scene(-1);
 		break;
 	}
-	if (!error.empty())
-		log_warning("Hotkey %s: %s", name, error.c_str());
+	if (error)
+		log_warning("Hotkey %s: %s", action_name(action), english(error).c_str());
+}
+
+Error Plugin::start_streaming(const std::string &destination_id)
+{
+	if (!output_)
+		return ErrorCode::NoCanvas;
+	const Error error = output_->start(destination_id);
 	// Websocket clients hear of it now, not at the next look.
 	if (remote_)
 		remote_->report_changes();
+	return error;
 }
 
-std::string Plugin::start_streaming()
+Error Plugin::stop_streaming(const std::string &destination_id)
 {
 	if (!output_)
-		return kNoCanvas;
-	if (output_->is_active() || output_->start())
-		return {};
-	std::string why;
-	for (const DestinationStatus &status : output_->destinations())
-		if (status.enabled && !status.error.empty())
-			why += (why.empty() ? "" : "; ") + status.name + ": " + status.error;
-	return why.empty() ? "No destination is switched on" : why;
-}
-
-std::string Plugin::stop_streaming()
-{
-	if (output_ && output_->is_active())
-		output_->stop();
+		return ErrorCode::NoCanvas;
+	const std::vector<DestinationStatus> destinations = output_->destinations();
+	if (!destination_id.empty() &&
+	    std::none_of(destinations.begin(), destinations.end(),
+			 [&](const DestinationStatus &status) { return status.id == destination_id; }))
+		return {ErrorCode::NoSuchDestination, destination_id};
+	output_->stop(destination_id);
+	if (remote_)
+		remote_->report_changes();
 	return {};
 }
 
-std::string Plugin::start_recording()
+std::string Plugin::destination_id(const std::string &name) const
+{
+	if (!output_)
+		return {};
+	for (const DestinationStatus &status : output_->destinations())
+		if (status.name == name)
+			return status.id;
+	return {};
+}
+
+Error Plugin::start_recording()
 {
 	if (!recording_)
-		return kNoCanvas;
+		return ErrorCode::NoCanvas;
 	if (recording_->is_active())
 		return {};
 	BPtr<char> folder = obs_frontend_get_current_record_output_path();
-	if (recording_->start(folder ? folder.Get() : "", host_recording_format()))
-		return {};
-	const std::string error = recording_->error();
-	return error.empty() ? "The vertical recording could not start" : error;
+	const Error error = recording_->start(folder ? folder.Get() : "", host_recording_format());
+	if (remote_)
+		remote_->report_changes();
+	return error;
 }
 
-std::string Plugin::stop_recording()
+Error Plugin::stop_recording()
 {
 	if (recording_ && recording_->is_active())
 		recording_->stop();
+	if (remote_)
+		remote_->report_changes();
 	return {};
 }
 
-std::string Plugin::step_scene(int step)
+Error Plugin::step_scene(int step)
 {
 	if (!canvas_)
-		return kNoCanvas;
+		return ErrorCode::NoCanvas;
 	const std::vector<std::string> names = canvas_->scene_names();
 	if (names.empty())
-		return "There are no vertical scenes";
+		return ErrorCode::NoScenes;
 	const auto count = int(names.size());
 	const auto found = std::find(names.begin(), names.end(), canvas_->active_scene_name());
 	// From no active scene, one step forward is the first, one back the last.
@@ -139,63 +163,82 @@ std::string Plugin::step_scene(int step)
 	return set_active_scene(names[size_t(((from + step) % count + count) % count)]);
 }
 
-std::string Plugin::set_active_scene(const std::string &name)
+Error Plugin::set_active_scene(const std::string &name)
 {
 	if (!canvas_)
-		return kNoCanvas;
+		return ErrorCode::NoCanvas;
 	if (!canvas_->set_active_scene(name))
-		return "No vertical scene is named \"" + name + "\"";
-	// Saved with the next save of the list, as a click in the dock is.
-	if (dock_)
-		dock_->refreshSceneList();
+		return {ErrorCode::NoSuchScene, name};
+	scenes_edited();
 	return {};
 }
 
-std::string Plugin::create_scene(const std::string &typed)
+Error Plugin::create_scene(const std::string &typed)
 {
 	const std::string name = trimmed(typed);
 	if (!canvas_)
-		return kNoCanvas;
+		return ErrorCode::NoCanvas;
 	if (name.empty())
-		return "A scene name cannot be empty";
+		return ErrorCode::SceneNameEmpty;
 	if (!canvas_->create_scene(name))
-		return "A scene named \"" + name + "\" already exists";
+		return {ErrorCode::SceneExists, name};
 	scenes_edited();
 	return {};
 }
 
-std::string Plugin::remove_scene(const std::string &name)
+Error Plugin::remove_scene(const std::string &name)
 {
 	if (!canvas_)
-		return kNoCanvas;
+		return ErrorCode::NoCanvas;
 	if (!canvas_->remove_scene(name))
-		return "No vertical scene is named \"" + name + "\"";
+		return {ErrorCode::NoSuchScene, name};
 	scenes_edited();
 	return {};
 }
 
-std::string Plugin::assign_host_scene(const std::string &name, const std::string &host_scene)
+Error Plugin::rename_scene(const std::string &name, const std::string &typed)
 {
+	const std::string new_name = trimmed(typed);
 	if (!canvas_)
-		return kNoCanvas;
+		return ErrorCode::NoCanvas;
 	const std::vector<std::string> names = canvas_->scene_names();
 	if (std::find(names.begin(), names.end(), name) == names.end())
-		return "No vertical scene is named \"" + name + "\"";
+		return {ErrorCode::NoSuchScene, name};
+	if (new_name.empty())
+		return ErrorCode::SceneNameEmpty;
+	if (new_name == name)
+		return {};
+	if (!canvas_->rename_scene(name, new_name))
+		return {ErrorCode::SceneExists, new_name};
+	scenes_edited();
+	return {};
+}
+
+Error Plugin::assign_host_scene(const std::string &name, const std::string &host_scene)
+{
+	if (!canvas_)
+		return ErrorCode::NoCanvas;
+	const std::vector<std::string> names = canvas_->scene_names();
+	if (std::find(names.begin(), names.end(), name) == names.end())
+		return {ErrorCode::NoSuchScene, name};
 	if (!host_scene.empty()) {
 		OBSSourceAutoRelease source = obs_get_source_by_name(host_scene.c_str());
 		if (!source || !obs_scene_from_source(source))
-			return "No OBS scene is named \"" + host_scene + "\"";
+			return {ErrorCode::NoSuchHostScene, host_scene};
 	}
 	canvas_->assign_scene_source(name, host_scene);
 	scenes_edited();
 	return {};
 }
 
+// Kept in the host's scene collection, which the host saves a moment later.
 void Plugin::scenes_edited()
 {
-	save_scenes();
+	obs_frontend_save();
 	if (dock_)
 		dock_->refreshSceneList();
+	if (remote_)
+		remote_->report_changes();
 }
 
 } // namespace cv

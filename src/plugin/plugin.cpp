@@ -1,8 +1,10 @@
 #include "plugin.h"
 
 #include "dock_placement.h"
+#include "host_video.h"
 #include "hotkeys.h"
 #include "remote_control.h"
+#include "scene_collection.h"
 
 #include "base/log.h"
 #include "canvas/vertical_canvas.h"
@@ -10,14 +12,14 @@
 #include "output/vertical_recording.h"
 #include "stream/mux_output.h"
 #include "stream/stream_url.h"
+#include "ui/notices.h"
 #include "ui/settings_dialog.h"
-#include "ui/stream_error_box.h"
 #include "ui/vertical_dock.h"
 
 #include <QCoreApplication>
 #include <QMainWindow>
-#include <QMessageBox>
 #include <QMetaObject>
+#include <QTimer>
 
 #include <string>
 
@@ -27,6 +29,11 @@ namespace {
 
 constexpr const char *kVersion = "1.0.0";
 const std::string kRule(60, '=');
+// How long a profile switch or the unload waits for the vertical outputs to let go of the
+// canvas: a stop hands its encoders back within milliseconds; a hung one is given up on.
+constexpr auto kTeardownWait = std::chrono::seconds(5);
+// How often the host's video settings are compared while a vertical output runs.
+constexpr int kHostVideoCheckMs = 1000;
 
 // The Tools menu item cannot be taken back from the host; it reaches the plug-in that
 // is loaded, if any.
@@ -37,20 +44,15 @@ void on_frontend_event(enum obs_frontend_event event, void *data)
 	static_cast<Plugin *>(data)->handle_event(event);
 }
 
-// Shown once the event has been handled.
-void post_rebuild_failure_box()
+void on_collection(obs_data_t *data, bool saving, void *plugin)
 {
-	QCoreApplication *app = QCoreApplication::instance();
-	if (!app)
-		return;
-	QMetaObject::invokeMethod(
-		app,
-		[] {
-			QMessageBox::information(nullptr, QString::fromUtf8(obs_module_text("RebuildFailed.Title")),
-						 QString::fromUtf8(obs_module_text("RebuildFailed.Text")),
-						 QMessageBox::Ok);
-		},
-		Qt::QueuedConnection);
+	static_cast<Plugin *>(plugin)->handle_collection(data, saving);
+}
+
+// Runs `work` on the UI thread later, for as long as `context` lives; from any thread.
+template<typename Work> void later(QObject *context, Work work)
+{
+	QMetaObject::invokeMethod(context, std::move(work), Qt::QueuedConnection);
 }
 
 } // namespace
@@ -71,18 +73,26 @@ bool Plugin::load()
 	log_info("%s", kRule.c_str());
 	register_mux_output();
 	log_debug("Registered output type: %s", kMuxOutputId);
+	context_ = std::make_unique<QObject>();
 
 	files_.open_global();
 	files_.open_profile();
-	settings_ = files_.profile();
-	if (!build_runtime()) {
-		log_error("Runtime init failed — plugin will not load");
-		return false;
-	}
+	settings_ = sanitized(files_.profile(), &warnings_);
+	for (const SettingWarning &warning : warnings_)
+		log_warning("The profile's %s=%s cannot be used — its default is used instead", warning.key.c_str(),
+			    warning.value.c_str());
+	// The scenes of earlier versions, until the scene collection brings its own.
+	scenes_ = files_.scenes();
+	if (!build_runtime())
+		log_error("The vertical canvas could not be made; the dock stays empty until a profile switch");
 
 	loaded = this;
 	obs_frontend_add_event_callback(on_frontend_event, this);
+	obs_frontend_add_save_callback(on_collection, this);
 	joined_front_end_ = true;
+	host_scenes_ = std::make_unique<HostSceneWatch>(context_.get(), [this](const HostSceneEvent &event) {
+		on_host_scene_event(event);
+	});
 	hotkeys_ = std::make_unique<Hotkeys>([this](HotkeyAction action) { on_hotkey(action); });
 	hotkeys_->load_bindings();
 	obs_frontend_add_tools_menu_item(
@@ -92,6 +102,13 @@ bool Plugin::load()
 				loaded->open_settings_dialog();
 		},
 		nullptr);
+	if (QCoreApplication::instance()) {
+		auto *watch = new QTimer(context_.get());
+		watch->setInterval(kHostVideoCheckMs);
+		QObject::connect(watch, &QTimer::timeout, [this] { check_host_video(); });
+		watch->start();
+	}
+
 	log_info("Loaded successfully");
 	log_info("Canvas : %ux%u @ %u/%u fps", settings_.canvaswidth, settings_.canvasheight, settings_.fpsnum,
 		 settings_.fpsden);
@@ -116,17 +133,22 @@ void Plugin::unload()
 	log_info("Unloading");
 	remote_.reset();
 	hotkeys_.reset();
+	host_scenes_.reset();
 	if (joined_front_end_) {
 		obs_frontend_remove_event_callback(on_frontend_event, this);
+		obs_frontend_remove_save_callback(on_collection, this);
 		joined_front_end_ = false;
 	}
 	loaded = nullptr;
-	save_scenes();
+	if (settings_dialog_)
+		delete settings_dialog_.data();
 	take_down_runtime();
 	// The dock is the host's; it only loses its runtime and its tie to this object.
-	QObject::disconnect(scenes_changed_);
 	QObject::disconnect(record_clicked_);
+	if (dock_)
+		dock_->setCommands(nullptr);
 	dock_ = nullptr;
+	context_.reset();
 	files_.save();
 	// A stream stopped just now may still be saying goodbye to its server.
 	if (!wait_for_mux_streams(kStopBudget + std::chrono::seconds(1)))
@@ -143,7 +165,8 @@ void Plugin::handle_event(enum obs_frontend_event event)
 	case OBS_FRONTEND_EVENT_STREAMING_STARTING:
 		if (settings_.autostartwithmain && output_ && !output_->is_active()) {
 			log_info("Main stream starting — auto-starting vertical output");
-			output_->start();
+			if (const Error error = start_streaming())
+				log_warning("The vertical stream did not start: %s", english(error).c_str());
 		}
 		break;
 	case OBS_FRONTEND_EVENT_STREAMING_STOPPED:
@@ -155,9 +178,14 @@ void Plugin::handle_event(enum obs_frontend_event event)
 	case OBS_FRONTEND_EVENT_RECORDING_STARTED:
 		if (settings_.autorecordwithmain && recording_ && !recording_->is_active()) {
 			log_info("Main recording started — starting the vertical recording");
-			if (const std::string error = start_recording(); !error.empty())
-				log_warning("The vertical recording did not start: %s", error.c_str());
+			if (const Error error = start_recording())
+				log_warning("The vertical recording did not start: %s", english(error).c_str());
 		}
+		break;
+	case OBS_FRONTEND_EVENT_RECORDING_PAUSED:
+	case OBS_FRONTEND_EVENT_RECORDING_UNPAUSED:
+		if (settings_.autorecordwithmain && recording_ && recording_->is_active())
+			recording_->set_paused(event == OBS_FRONTEND_EVENT_RECORDING_PAUSED);
 		break;
 	case OBS_FRONTEND_EVENT_RECORDING_STOPPING:
 	case OBS_FRONTEND_EVENT_RECORDING_STOPPED:
@@ -166,9 +194,15 @@ void Plugin::handle_event(enum obs_frontend_event event)
 			recording_->stop();
 		}
 		break;
+	case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGING:
+	case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP:
+		release_collection();
+		break;
 	case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED:
-		if (canvas_)
-			canvas_->rejoin_audio();
+		settle_collection();
+		break;
+	case OBS_FRONTEND_EVENT_PROFILE_CHANGING:
+		on_profile_changing();
 		break;
 	case OBS_FRONTEND_EVENT_PROFILE_CHANGED:
 		on_profile_changed();
@@ -193,6 +227,7 @@ void Plugin::handle_event(enum obs_frontend_event event)
 			recording_->stop();
 		break;
 	case OBS_FRONTEND_EVENT_FINISHED_LOADING:
+		settle_collection();
 		show_runtime();
 		break;
 	default:
@@ -203,44 +238,127 @@ void Plugin::handle_event(enum obs_frontend_event event)
 	handling_event_ = false;
 }
 
+// The host saves its scene collection often (every edit); loads it at start-up and at
+// every switch, after its own sources and before SCENE_COLLECTION_CHANGED.
+void Plugin::handle_collection(obs_data_t *data, bool saving)
+{
+	if (saving) {
+		write_scene_list(data, canvas_ && collection_read_ ? canvas_->scene_list() : scenes_);
+		return;
+	}
+	if (std::optional<SceneList> list = read_scene_list(data)) {
+		scenes_ = std::move(*list);
+	} else {
+		log_info("The scene collection has no vertical scenes yet — starting from the saved list");
+		scenes_ = files_.scenes();
+	}
+	collection_read_ = true;
+	if (canvas_)
+		canvas_->replace_scenes(scenes_);
+	if (dock_)
+		dock_->refreshSceneList();
+}
+
+// Everything that holds on to the old collection's sources lets go before the host
+// clears them; the list stays for the host's last save of that collection.
+void Plugin::release_collection()
+{
+	if (canvas_ && collection_read_)
+		scenes_ = canvas_->scene_list();
+	if (canvas_)
+		canvas_->clear_scenes();
+	collection_read_ = false;
+	if (dock_)
+		dock_->refreshSceneList();
+}
+
+// A collection loaded without the host's load of its data (a new, empty one) starts from
+// the list earlier versions kept for all collections.
+void Plugin::settle_collection()
+{
+	if (!collection_read_) {
+		scenes_ = files_.scenes();
+		collection_read_ = true;
+		if (canvas_)
+			canvas_->replace_scenes(scenes_);
+	}
+	if (canvas_) {
+		canvas_->resolve_pending();
+		// The host cleared its output channels while it loaded the scene collection.
+		canvas_->rejoin_audio();
+	}
+	if (dock_)
+		dock_->refreshSceneList();
+}
+
 VerticalDock *Plugin::dock() const
 {
 	return dock_.data();
 }
 
+SettingsDialog *Plugin::settings_dialog() const
+{
+	return settings_dialog_.data();
+}
+
 void Plugin::save_settings(const PluginConfig &config)
 {
-	settings_ = config;
-	files_.set_profile(config);
-	if (output_)
-		output_->update_config(output_config(config));
+	settings_ = sanitized(config, &warnings_);
+	files_.set_profile(settings_);
+	if (!output_)
+		return;
+	output_->update_config(output_config(settings_));
+	if (canvas_ && !(canvas_->config() == canvas_config(settings_))) {
+		canvas_pending_ = true;
+		if (output_->idle())
+			apply_pending();
+		else
+			log_info("Canvas and audio settings saved — they apply when the vertical stream and recording "
+				 "have stopped");
+	}
 }
 
 void Plugin::open_settings_dialog()
 {
+	if (settings_dialog_) {
+		settings_dialog_->raise();
+		settings_dialog_->activateWindow();
+		return;
+	}
 	auto *dialog = new SettingsDialog(
-		settings_, [this](const PluginConfig &config) { save_settings(config); }, host_main_window());
+		settings_, warnings_, output_ && !output_->idle(),
+		[this](const PluginConfig &config) { save_settings(config); }, host_main_window());
 	dialog->setAttribute(Qt::WA_DeleteOnClose);
-	dialog->exec();
+	settings_dialog_ = dialog;
+	// Not modal: the host stays usable while it is open.
+	dialog->show();
 }
 
 bool Plugin::build_runtime()
 {
 	const CanvasConfig canvas_settings = canvas_config(settings_);
 	auto canvas = std::make_unique<VerticalCanvas>(canvas_settings);
+	QObject *context = context_.get();
 	if (!canvas->init()) {
 		log_error("Canvas init failed");
 		return false;
 	}
-	auto output = std::make_unique<VerticalOutput>(canvas.get(), output_config(settings_), post_stream_error_box);
+	auto output = std::make_unique<VerticalOutput>(canvas.get(), output_config(settings_),
+						       [](const std::string &name, const Error &error) {
+							       post_notice(NoticeKind::Stream, name, error);
+						       });
 	if (!output->init()) {
 		log_error("Output init failed");
-		canvas->shutdown();
 		return false;
 	}
+	output->set_on_idle([this, context] { later(context, [this] { on_output_idle(); }); });
 	canvas_ = std::move(canvas);
 	output_ = std::move(output);
-	recording_ = std::make_unique<VerticalRecording>(output_->encoders(), post_recording_error_box);
+	recording_ = std::make_unique<VerticalRecording>(*output_, [](const Error &error) {
+		post_notice(NoticeKind::Recording, {}, error);
+	});
+	if (collection_read_)
+		canvas_->replace_scenes(scenes_);
 	log_debug("Runtime created: %ux%u @ %u/%u fps", canvas_settings.width, canvas_settings.height,
 		  canvas_settings.fps_num, canvas_settings.fps_den);
 	return true;
@@ -250,38 +368,28 @@ void Plugin::take_down_runtime()
 {
 	if (dock_)
 		dock_->setRuntime(nullptr, nullptr, nullptr);
-	recording_.reset();
-	if (output_ && output_->is_active())
+	if (canvas_ && collection_read_)
+		scenes_ = canvas_->scene_list();
+	if (recording_)
+		recording_->stop();
+	if (output_) {
 		output_->stop();
+		// The canvas goes next: nothing may still be encoding it.
+		if (!output_->wait_idle(kTeardownWait))
+			log_warning("The vertical output was still stopping after %lld s",
+				    (long long)kTeardownWait.count());
+	}
+	recording_.reset();
 	output_.reset();
-	if (canvas_)
-		canvas_->shutdown();
 	canvas_.reset();
+	canvas_pending_ = false;
 }
 
-void Plugin::save_scenes()
-{
-	if (canvas_)
-		files_.set_scenes(canvas_->scene_list());
-}
-
-// The saved scenes go on the canvas, every source assigned once more now that the host's
-// scenes exist, and the dock (made the first time) shows them.
+// The dock, made the first time, shows the runtime.
 void Plugin::show_runtime()
 {
-	if (canvas_) {
-		canvas_->restore(files_.scenes());
-		canvas_->reassign_sources();
-		// The host cleared its output channels while it loaded the scene collection.
-		canvas_->rejoin_audio();
-	}
 	if (!dock_ && host_main_window()) {
-		dock_ = new VerticalDock(canvas_.get(), output_.get(), recording_.get(), host_main_window());
-		scenes_changed_ = QObject::connect(dock_, &VerticalDock::scenesChanged, [this] { save_scenes(); });
-		record_clicked_ = QObject::connect(dock_, &VerticalDock::startRecordingRequested, [this] {
-			if (const std::string error = start_recording(); !error.empty())
-				log_warning("The vertical recording did not start: %s", error.c_str());
-		});
+		dock_ = new VerticalDock(this, canvas_.get(), output_.get(), recording_.get(), host_main_window());
 		add_dock_to_host(dock_, files_.dock());
 		log_info("Vertical Canvas dock registered");
 	}
@@ -289,19 +397,80 @@ void Plugin::show_runtime()
 		dock_->setRuntime(canvas_.get(), output_.get(), recording_.get());
 }
 
+// Before the host resets its video for the new profile: nothing of the vertical canvas
+// may still run then, or the host keeps the old profile's video settings.
+void Plugin::on_profile_changing()
+{
+	log_info("Profile changing — stopping the vertical outputs and taking the canvas down");
+	// One profile's destinations and keys never land in another's file.
+	if (settings_dialog_)
+		delete settings_dialog_.data();
+	take_down_runtime();
+}
+
 void Plugin::on_profile_changed()
 {
 	log_info("Profile change — rebuilding vertical runtime");
-	save_scenes();
-	take_down_runtime();
+	if (canvas_ || output_)
+		take_down_runtime();
+	if (settings_dialog_)
+		delete settings_dialog_.data();
 	files_.open_profile();
-	settings_ = files_.profile();
-	if (!build_runtime()) {
+	warnings_.clear();
+	settings_ = sanitized(files_.profile(), &warnings_);
+	for (const SettingWarning &warning : warnings_)
+		log_warning("The profile's %s=%s cannot be used — its default is used instead", warning.key.c_str(),
+			    warning.value.c_str());
+	host_video_pending_ = false;
+	if (!build_runtime())
 		log_error("Failed to rebuild vertical runtime after profile change");
-		post_rebuild_failure_box();
-		return;
-	}
 	show_runtime();
+}
+
+void Plugin::on_output_idle()
+{
+	if (!output_ || !output_->idle())
+		return;
+	apply_pending();
+}
+
+void Plugin::apply_pending()
+{
+	if (canvas_pending_ && canvas_) {
+		canvas_pending_ = false;
+		if (canvas_->reconfigure(canvas_config(settings_)) && dock_)
+			dock_->setRuntime(canvas_.get(), output_.get(), recording_.get());
+	}
+	if (host_video_pending_) {
+		host_video_pending_ = false;
+		if (host_video_unapplied()) {
+			log_info("Applying the host's video settings now that the vertical output has stopped");
+			obs_frontend_reset_video();
+		}
+	}
+}
+
+// The host refuses to reset its video while a vertical output runs; then the user is told,
+// and the settings are applied once it has stopped.
+void Plugin::check_host_video()
+{
+	if (host_video_pending_ || !output_ || output_->idle() || !host_video_unapplied())
+		return;
+	host_video_pending_ = true;
+	log_warning("The host could not apply its new video settings while the vertical output runs; they apply "
+		    "when it stops");
+	post_notice(NoticeKind::Info, {}, ErrorCode::HostVideoUnapplied);
+}
+
+void Plugin::on_host_scene_event(const HostSceneEvent &event)
+{
+	if (!canvas_ || !collection_read_)
+		return;
+	const bool changed = event.kind == HostSceneEvent::Kind::Renamed
+				     ? canvas_->host_source_renamed(event.source, event.new_name)
+				     : canvas_->host_source_removed(event.source);
+	if (changed)
+		scenes_edited();
 }
 
 } // namespace cv

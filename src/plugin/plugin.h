@@ -1,14 +1,19 @@
 #pragma once
 
 // The plug-in itself: it owns the settings files, the per-profile runtime (the vertical
-// canvas and the vertical output, built from the current profile's settings and built
-// again at every profile switch) and the wiring to the host's front end: its events,
-// the Tools menu item and the dock. The host's UI thread alone calls it.
+// canvas, the vertical output and the recording, built from the current profile's
+// settings) and the wiring to the host's front end: its events in the order the host
+// sends them, the scene collection's save and load, the Tools menu item and the dock. The
+// host's UI thread alone calls it.
 
+#include "host_scene_watch.h"
 #include "settings_files.h"
+
+#include "base/commands.h"
 
 #include <obs-frontend-api.h>
 
+#include <QObject>
 #include <QPointer>
 
 #include <memory>
@@ -19,20 +24,21 @@ namespace cv {
 class Hotkeys;
 enum class HotkeyAction;
 class RemoteControl;
+class SettingsDialog;
 class VerticalCanvas;
 class VerticalDock;
 class VerticalOutput;
 class VerticalRecording;
 
-class Plugin {
+class Plugin : public Commands {
 public:
 	Plugin();
-	~Plugin();
+	~Plugin() override;
 	Plugin(const Plugin &) = delete;
 	Plugin &operator=(const Plugin &) = delete;
 
-	// Reads the settings, builds the runtime and joins the front end. False when the
-	// canvas cannot be built: the host then refuses the module.
+	// Reads the settings, builds the runtime and joins the front end. A profile whose
+	// values cannot be used gets their defaults, with a warning; the plug-in always loads.
 	bool load();
 	// Once every module is loaded: offers the requests of the host's websocket server,
 	// when it has one.
@@ -42,56 +48,79 @@ public:
 
 	// What the front end reports. An event raised while another is handled is dropped.
 	void handle_event(enum obs_frontend_event event);
-	// The settings dialog's Save: stored, and used from the next start of the stream
-	// (stream settings) or the next profile switch (canvas settings).
+	// The host saves (`saving`) or loads its scene collection: the vertical scenes are in it.
+	void handle_collection(obs_data_t *data, bool saving);
+	// The settings dialog's Save: stored, and used at once where nothing runs that
+	// depends on it, else when the vertical stream and recording have stopped.
 	void save_settings(const PluginConfig &config);
 	void open_settings_dialog();
 
-	// What the dock, the hotkeys and websocket clients ask for. Each returns an empty
-	// text when it is done, or why not, in English, for the log and the caller.
-	std::string start_streaming();
-	std::string stop_streaming();
-	// Records the vertical canvas into the host's recording folder, in its format.
-	std::string start_recording();
-	std::string stop_recording();
-	// The vertical scene `step` places after the active one, wrapping around the list.
-	std::string step_scene(int step);
-	std::string set_active_scene(const std::string &name);
-	// Scene edits keep the dock's rules (names trimmed, unique) and are saved at once.
-	std::string create_scene(const std::string &name);
-	std::string remove_scene(const std::string &name);
-	// An empty host scene name leaves the vertical scene showing nothing.
-	std::string assign_host_scene(const std::string &name, const std::string &host_scene);
+	// Commands.
+	Error start_streaming(const std::string &destination_id = {}) override;
+	Error stop_streaming(const std::string &destination_id = {}) override;
+	Error start_recording() override;
+	Error stop_recording() override;
+	Error step_scene(int step) override;
+	Error set_active_scene(const std::string &name) override;
+	Error create_scene(const std::string &name) override;
+	Error remove_scene(const std::string &name) override;
+	Error rename_scene(const std::string &name, const std::string &new_name) override;
+	Error assign_host_scene(const std::string &name, const std::string &host_scene) override;
+	// The id of the destination of that name (the first when several share it); empty
+	// when none has it.
+	std::string destination_id(const std::string &name) const;
 
 	const PluginConfig &settings() const { return settings_; }
-	// Null while there is no runtime (a profile's canvas could not be built).
+	// Warnings about the profile's values that could not be used.
+	const std::vector<SettingWarning> &setting_warnings() const { return warnings_; }
+	// Null while there is no runtime.
 	VerticalCanvas *canvas() const { return canvas_.get(); }
 	VerticalOutput *output() const { return output_.get(); }
 	VerticalRecording *recording() const { return recording_.get(); }
 	// Null until the front end has finished loading, or once the host deleted it.
 	VerticalDock *dock() const;
+	// Null unless the settings dialog is open.
+	SettingsDialog *settings_dialog() const;
 
 private:
 	bool build_runtime();
-	void scenes_edited();
-	void on_hotkey(HotkeyAction action);
 	void take_down_runtime();
-	void save_scenes();
 	void show_runtime();
+	void on_hotkey(HotkeyAction action);
+	void scenes_edited();
+	void on_host_scene_event(const HostSceneEvent &event);
+	void on_output_idle();
+	void apply_pending();
+	void on_profile_changing();
 	void on_profile_changed();
+	void release_collection();
+	void settle_collection();
+	void check_host_video();
 
 	SettingsFiles files_;
 	PluginConfig settings_;
+	std::vector<SettingWarning> warnings_;
 	std::unique_ptr<VerticalCanvas> canvas_;
 	std::unique_ptr<VerticalOutput> output_;
 	std::unique_ptr<VerticalRecording> recording_; // shares the output's encode
+	// The vertical scenes while there is no canvas (between profiles).
+	SceneList scenes_;
 	QPointer<VerticalDock> dock_;
+	QPointer<SettingsDialog> settings_dialog_;
 	std::unique_ptr<Hotkeys> hotkeys_;
 	std::unique_ptr<RemoteControl> remote_;
-	QMetaObject::Connection scenes_changed_;
+	std::unique_ptr<HostSceneWatch> host_scenes_;
+	// Queued calls to this object run for it and die with it.
+	std::unique_ptr<QObject> context_;
 	QMetaObject::Connection record_clicked_;
 	bool joined_front_end_ = false;
 	bool handling_event_ = false;
+	// The collection's own vertical scenes have been read since it was loaded.
+	bool collection_read_ = false;
+	// Canvas settings saved while something ran, for when it has stopped.
+	bool canvas_pending_ = false;
+	// The host's own video settings it could not apply while the vertical output ran.
+	bool host_video_pending_ = false;
 };
 
 } // namespace cv

@@ -20,11 +20,7 @@ namespace cv {
 
 namespace {
 
-constexpr const char *const kRequests[] = {"GetStatus",      "StartStreaming", "StopStreaming",
-					   "StartRecording", "StopRecording",  "SetActiveScene",
-					   "CreateScene",    "RemoveScene",    "AssignHostScene"};
-// How long a request waits for the UI thread, which may be busy with a modal dialog's
-// own work or a profile switch.
+// How long a request waits for the UI thread, which may be busy with a profile switch.
 constexpr std::chrono::seconds kUiTimeout(5);
 // How often states are compared for events.
 constexpr std::chrono::milliseconds kWatchPeriod(100);
@@ -40,17 +36,20 @@ OBSData new_data()
 	return OBSData(data.Get());
 }
 
-OBSData reply(const std::string &error)
+OBSData reply(const Error &error)
 {
 	OBSData data = new_data();
-	obs_data_set_bool(data, "ok", error.empty());
-	if (!error.empty())
-		obs_data_set_string(data, "error", error.c_str());
+	obs_data_set_bool(data, "ok", !error);
+	if (error) {
+		obs_data_set_string(data, "error", english(error).c_str());
+		obs_data_set_string(data, "errorCode", error_name(error.code));
+	}
 	return data;
 }
 
-// A string field of the request; an error when it is missing or not a string.
-std::string read_string(obs_data_t *request, const char *name, std::string *value)
+// A string field of the request; an error when it is missing or not a string. An
+// optional one that is missing is empty.
+Error read_string(obs_data_t *request, const char *name, std::string *value, bool optional = false)
 {
 	obs_data_item_t *item = request ? obs_data_item_byname(request, name) : nullptr;
 	const bool present = item != nullptr;
@@ -59,9 +58,85 @@ std::string read_string(obs_data_t *request, const char *name, std::string *valu
 		*value = obs_data_item_get_string(item);
 	obs_data_item_release(&item);
 	if (!present)
-		return std::string("Missing field \"") + name + "\"";
-	return string ? std::string() : std::string("Field \"") + name + "\" must be a string";
+		return optional ? Error() : Error(ErrorCode::MissingField, name);
+	return string ? Error() : Error(ErrorCode::FieldNotString, name);
 }
+
+// The destination a request names by "destination" (all when it names none).
+Error destination_field(Plugin &plugin, obs_data_t *request, std::string *id)
+{
+	std::string name;
+	if (Error error = read_string(request, "destination", &name, true))
+		return error;
+	if (name.empty())
+		return {};
+	*id = plugin.destination_id(name);
+	return id->empty() ? Error(ErrorCode::NoSuchDestination, name) : Error();
+}
+
+using Handler = Error (*)(Plugin &plugin, obs_data_t *request);
+
+// One handler per request; GetStatus is answered by the control itself.
+const struct {
+	const char *type;
+	Handler handle;
+} kRequests[] = {
+	{"GetStatus", nullptr},
+	{"StartStreaming",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string id;
+		 const Error error = destination_field(plugin, request, &id);
+		 return error ? error : plugin.start_streaming(id);
+	 }},
+	{"StopStreaming",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string id;
+		 const Error error = destination_field(plugin, request, &id);
+		 return error ? error : plugin.stop_streaming(id);
+	 }},
+	{"StartRecording",
+	 [](Plugin &plugin, obs_data_t *) {
+		 return plugin.start_recording();
+	 }},
+	{"StopRecording",
+	 [](Plugin &plugin, obs_data_t *) {
+		 return plugin.stop_recording();
+	 }},
+	{"SetActiveScene",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string scene;
+		 const Error error = read_string(request, "sceneName", &scene);
+		 return error ? error : plugin.set_active_scene(scene);
+	 }},
+	{"CreateScene",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string scene;
+		 const Error error = read_string(request, "sceneName", &scene);
+		 return error ? error : plugin.create_scene(scene);
+	 }},
+	{"RemoveScene",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string scene;
+		 const Error error = read_string(request, "sceneName", &scene);
+		 return error ? error : plugin.remove_scene(scene);
+	 }},
+	{"RenameScene",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string scene, new_name;
+		 Error error = read_string(request, "sceneName", &scene);
+		 if (!error)
+			 error = read_string(request, "newSceneName", &new_name);
+		 return error ? error : plugin.rename_scene(scene, new_name);
+	 }},
+	{"AssignHostScene",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 std::string scene, host_scene;
+		 Error error = read_string(request, "sceneName", &scene);
+		 if (!error)
+			 error = read_string(request, "hostSceneName", &host_scene);
+		 return error ? error : plugin.assign_host_scene(scene, host_scene);
+	 }},
+};
 
 // The reply to a request, made on the UI thread and waited for on the server's.
 struct PendingReply {
@@ -104,11 +179,11 @@ void on_request(obs_data_t *request, obs_data_t *response, void *type_data)
 	}
 	OBSData answer;
 	if (!control)
-		answer = reply("Corvane Vertical Canvas is not loaded");
+		answer = reply(ErrorCode::NotLoaded);
 	else if (on_ui_thread) // another module calling it there: the control cannot go meanwhile
 		answer = control->handle(type, request);
 	else if (!(answer = pending->wait()))
-		answer = reply("OBS did not take the request within 5 s; it may still be carried out");
+		answer = reply(ErrorCode::RequestTimeout);
 	obs_data_apply(response, answer);
 }
 
@@ -132,9 +207,9 @@ bool RemoteControl::join_websocket()
 	vendor_ = websocket::register_vendor(kVendorName);
 	if (!vendor_)
 		return false;
-	for (const char *type : kRequests)
-		if (!websocket::register_request(vendor_, type, on_request, const_cast<char *>(type)))
-			log_warning("Websocket request %s could not be registered", type);
+	for (const auto &request : kRequests)
+		if (!websocket::register_request(vendor_, request.type, on_request, const_cast<char *>(request.type)))
+			log_warning("Websocket request %s could not be registered", request.type);
 	{
 		std::lock_guard lock(current_mutex);
 		current = this;
@@ -153,33 +228,13 @@ void RemoteControl::leave_websocket()
 
 OBSData RemoteControl::handle(const std::string &type, obs_data_t *request)
 {
-	if (type == "GetStatus")
+	const auto found = std::find_if(std::begin(kRequests), std::end(kRequests),
+					[&](const auto &known) { return type == known.type; });
+	if (found == std::end(kRequests) || !found->handle)
 		return status();
-	std::string error;
-	auto field = [&](const char *name, std::string *value) {
-		if (error.empty())
-			error = read_string(request, name, value);
-		return error.empty();
-	};
-	std::string scene, host_scene;
-	if (type == "StartStreaming")
-		error = plugin_.start_streaming();
-	else if (type == "StopStreaming")
-		error = plugin_.stop_streaming();
-	else if (type == "StartRecording")
-		error = plugin_.start_recording();
-	else if (type == "StopRecording")
-		error = plugin_.stop_recording();
-	else if (type == "SetActiveScene" && field("sceneName", &scene))
-		error = plugin_.set_active_scene(scene);
-	else if (type == "CreateScene" && field("sceneName", &scene))
-		error = plugin_.create_scene(scene);
-	else if (type == "RemoveScene" && field("sceneName", &scene))
-		error = plugin_.remove_scene(scene);
-	else if (type == "AssignHostScene" && field("sceneName", &scene) && field("hostSceneName", &host_scene))
-		error = plugin_.assign_host_scene(scene, host_scene);
-	if (!error.empty())
-		log_info("Websocket request %s refused: %s", type.c_str(), error.c_str());
+	const Error error = found->handle(plugin_, request);
+	if (error)
+		log_info("Websocket request %s refused: %s", type.c_str(), english(error).c_str());
 	// What the request changed is told before its reply.
 	report_changes();
 	return reply(error);
@@ -187,12 +242,13 @@ OBSData RemoteControl::handle(const std::string &type, obs_data_t *request)
 
 OBSData RemoteControl::status()
 {
-	OBSData data = reply({});
+	OBSData data = reply(Error());
 	VerticalOutput *output = plugin_.output();
 	VerticalRecording *recording = plugin_.recording();
 	VerticalCanvas *canvas = plugin_.canvas();
 	obs_data_set_bool(data, "streaming", output && output->is_active());
 	obs_data_set_bool(data, "recording", recording && recording->is_active());
+	obs_data_set_bool(data, "recordingPaused", recording && recording->is_paused());
 	obs_data_set_string(data, "activeScene", canvas ? canvas->active_scene_name().c_str() : "");
 
 	// The host's data arrays hold objects only: each scene is {sceneName, hostSceneName}.
@@ -219,6 +275,7 @@ OBSData RemoteControl::status()
 	OBSDataArrayAutoRelease destinations = obs_data_array_create();
 	for (const DestinationStatus &status : output ? output->destinations() : std::vector<DestinationStatus>()) {
 		OBSDataAutoRelease destination = obs_data_create();
+		obs_data_set_string(destination, "id", status.id.c_str());
 		obs_data_set_string(destination, "name", status.name.c_str());
 		obs_data_set_bool(destination, "enabled", status.enabled);
 		obs_data_set_string(destination, "state", state_name(status.state));
@@ -227,8 +284,10 @@ OBSData RemoteControl::status()
 		obs_data_set_int(destination, "reconnects", status.stats.reconnects);
 		obs_data_set_int(destination, "uptimeSeconds",
 				 std::chrono::duration_cast<std::chrono::seconds>(status.stats.live_for).count());
-		if (!status.error.empty())
-			obs_data_set_string(destination, "error", status.error.c_str());
+		if (status.error) {
+			obs_data_set_string(destination, "error", english(status.error).c_str());
+			obs_data_set_string(destination, "errorCode", error_name(status.error.code));
+		}
 		obs_data_array_push_back(destinations, destination);
 	}
 	obs_data_set_array(data, "destinations", destinations);
@@ -240,31 +299,33 @@ void RemoteControl::report_changes()
 	Seen now;
 	if (VerticalOutput *output = plugin_.output())
 		for (const DestinationStatus &status : output->destinations())
-			now.destinations.emplace_back(status.name, status.state);
+			now.destinations.push_back({status.id, status.name, status.state});
 	now.recording = plugin_.recording() && plugin_.recording()->is_active();
 	now.scene = plugin_.canvas() ? plugin_.canvas()->active_scene_name() : std::string();
 	if (seen_once_) {
-		auto state_in = [](const Seen &seen, const std::string &name) {
-			for (const auto &[seen_name, seen_state] : seen.destinations)
-				if (seen_name == name)
-					return seen_state;
-			return StreamState::Stopped;
+		auto find = [](const Seen &seen, const std::string &id) {
+			return std::find_if(seen.destinations.begin(), seen.destinations.end(),
+					    [&](const Seen::Destination &entry) { return entry.id == id; });
 		};
-		auto tell = [this](const std::string &name, StreamState state) {
+		auto tell = [this](const Seen::Destination &destination, StreamState state) {
 			OBSDataAutoRelease event = obs_data_create();
-			obs_data_set_string(event, "destination", name.c_str());
+			obs_data_set_string(event, "destination", destination.name.c_str());
+			obs_data_set_string(event, "id", destination.id.c_str());
 			obs_data_set_string(event, "state", state_name(state));
 			emit_event("StreamingStateChanged", event);
 		};
-		for (const auto &[name, state] : now.destinations)
-			if (state != state_in(seen_, name))
-				tell(name, state);
-		// Gone with a profile switch (or renamed) while it streamed: it stopped.
-		for (const auto &[name, state] : seen_.destinations)
-			if (state != StreamState::Stopped &&
-			    std::none_of(now.destinations.begin(), now.destinations.end(),
-					 [&name = name](const auto &entry) { return entry.first == name; }))
-				tell(name, StreamState::Stopped);
+		for (const Seen::Destination &destination : now.destinations) {
+			const auto before = find(seen_, destination.id);
+			const StreamState was = before == seen_.destinations.end() ? StreamState::Stopped
+										   : before->state;
+			if (destination.state != was)
+				tell(destination, destination.state);
+		}
+		// Gone with a profile switch (or taken out of the settings) while it streamed: it stopped.
+		for (const Seen::Destination &destination : seen_.destinations)
+			if (destination.state != StreamState::Stopped &&
+			    find(now, destination.id) == now.destinations.end())
+				tell(destination, StreamState::Stopped);
 		if (now.recording != seen_.recording) {
 			OBSDataAutoRelease event = obs_data_create();
 			obs_data_set_bool(event, "recording", now.recording);

@@ -3,9 +3,9 @@
 // The plug-in's requests and events on the host's websocket server, as the vendor
 // "corvane-vertical-canvas". Requests arrive on the server's threads and are carried out
 // on the host's UI thread, like the dock's buttons; their replies are objects with "ok"
-// and, on failure, "error". Events tell what changed: a destination's state, the
-// recording, the active vertical scene. No reply or event carries a stream key or an SRT
-// secret.
+// and, on failure, "error" (English words) and "errorCode" (a name that stays). Events
+// tell what changed: a destination's state, the recording, the active vertical scene. No
+// reply or event carries a stream key or a secret of an address.
 
 #include "output/vertical_output.h"
 #include "websocket_vendor.h"
@@ -50,7 +50,12 @@ private:
 	websocket::Vendor vendor_ = nullptr;
 	QTimer *watch_ = nullptr;
 	struct Seen {
-		std::vector<std::pair<std::string, StreamState>> destinations;
+		struct Destination {
+			std::string id;
+			std::string name;
+			StreamState state;
+		};
+		std::vector<Destination> destinations;
 		bool recording = false;
 		std::string scene;
 	};

@@ -95,7 +95,7 @@ const Field kFields[] = {
 };
 
 // The first destination lives in the main section; the others in "Destination2", ...
-constexpr const char *kDestinationKeys[] = {"name", "url", "key", "enabled"};
+constexpr const char *kDestinationKeys[] = {"name", "url", "key", "enabled", "id"};
 
 std::string destination_section(size_t index)
 {
@@ -182,8 +182,8 @@ PluginConfig SettingsFiles::profile() const
 			},
 			field.member);
 	c.destinations = {{get_string(profile_, kSection, "name1"), get_string(profile_, kSection, "rtmpurl"),
-			   get_string(profile_, kSection, "streamkey"),
-			   config_get_bool(profile_, kSection, "enabled1")}};
+			   get_string(profile_, kSection, "streamkey"), config_get_bool(profile_, kSection, "enabled1"),
+			   get_string(profile_, kSection, "id1")}};
 	for (size_t i = 1; i < kMaxDestinations; i++) {
 		const std::string section = destination_section(i);
 		if (!has_section(profile_, section.c_str()))
@@ -192,11 +192,9 @@ PluginConfig SettingsFiles::profile() const
 				     config_get_bool(profile_, section.c_str(), "enabled");
 		c.destinations.push_back({get_string(profile_, section.c_str(), "name"),
 					  get_string(profile_, section.c_str(), "url"),
-					  get_string(profile_, section.c_str(), "key"), enabled});
+					  get_string(profile_, section.c_str(), "key"), enabled,
+					  get_string(profile_, section.c_str(), "id")});
 	}
-	for (size_t i = 0; i < c.destinations.size(); i++)
-		if (c.destinations[i].name.empty())
-			c.destinations[i].name = default_destination_name(i);
 	return c;
 }
 
@@ -221,6 +219,7 @@ void SettingsFiles::set_profile(const PluginConfig &c)
 	config_set_string(profile_, kSection, "rtmpurl", first.url.c_str());
 	config_set_string(profile_, kSection, "streamkey", first.key.c_str());
 	config_set_bool(profile_, kSection, "enabled1", first.enabled);
+	config_set_string(profile_, kSection, "id1", first.id.c_str());
 	for (size_t i = 1; i < kMaxDestinations; i++) {
 		const std::string section = destination_section(i);
 		if (i >= c.destinations.size()) {
@@ -233,6 +232,7 @@ void SettingsFiles::set_profile(const PluginConfig &c)
 		config_set_string(profile_, section.c_str(), "url", d.url.c_str());
 		config_set_string(profile_, section.c_str(), "key", d.key.c_str());
 		config_set_bool(profile_, section.c_str(), "enabled", d.enabled);
+		config_set_string(profile_, section.c_str(), "id", d.id.c_str());
 	}
 	save_file(profile_, "profile");
 }
@@ -264,20 +264,6 @@ SceneList SettingsFiles::scenes() const
 	}
 	list.active = get_string(global_, kScenes, "activescene");
 	return list;
-}
-
-void SettingsFiles::set_scenes(const SceneList &list)
-{
-	if (!global_)
-		return;
-	config_set_uint(global_, kScenes, "count", list.scenes.size());
-	config_set_string(global_, kScenes, "activescene", list.active.c_str());
-	for (size_t i = 0; i < list.scenes.size(); i++) {
-		config_set_string(global_, kScenes, scene_key(i, "name").c_str(), list.scenes[i].name.c_str());
-		config_set_string(global_, kScenes, scene_key(i, "source").c_str(), list.scenes[i].source.c_str());
-	}
-	save_file(global_, "global");
-	log_info("Scene list saved (%zu scene(s))", list.scenes.size());
 }
 
 void SettingsFiles::save()

@@ -1,9 +1,9 @@
 #pragma once
 
 // The plug-in's two settings files, read and written as whole records: the global file
-// in the module's config folder ("settings-global.ini": the dock's placement and the
-// vertical scene list, for all profiles) and the current profile's file
-// ("corvane-vertical-canvas.ini": stream and canvas). Both stay open while the plug-in is
+// in the module's config folder ("settings-global.ini": the dock's placement, and the
+// vertical scene list of earlier versions) and the current profile's file
+// ("corvane-vertical-canvas.ini": destinations, stream and canvas). Both stay open while the plug-in is
 // loaded; the profile's is opened again at every profile switch. A file that cannot be
 // opened leaves the defaults.
 
@@ -29,9 +29,9 @@ public:
 	// Written into the global file, saved with the next save.
 	void set_dock(const DockState &state);
 
+	// The vertical scenes earlier versions kept for all scene collections: where a
+	// collection without vertical scenes of its own starts from.
 	SceneList scenes() const;
-	// Written into the global file, which is saved.
-	void set_scenes(const SceneList &list);
 
 	// Saves both files (logging what fails).
 	void save();

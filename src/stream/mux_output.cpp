@@ -42,6 +42,16 @@ struct MuxOutput {
 	std::mutex session_mutex;
 	std::shared_ptr<StreamSession> session;
 
+	// Why the newest start or stream failed, set before the host hears of it.
+	std::mutex failure_mutex;
+	Error failure;
+
+	void set_failure(Error error)
+	{
+		std::lock_guard lock(failure_mutex);
+		failure = std::move(error);
+	}
+
 	// The encoders' headers are looked for at start and then with each packet until the
 	// stream has them; one lookup at a time.
 	std::mutex layout_mutex;
@@ -153,8 +163,9 @@ bool to_queued_packet(const encoder_packet &packet, QueuedPacket *out)
 	return true;
 }
 
-SessionEvents session_events(obs_output_t *output)
+SessionEvents session_events(MuxOutput *mux)
 {
+	obs_output_t *output = mux->output;
 	SessionEvents events;
 	events.connected = [output] {
 		obs_output_set_last_error(output, nullptr);
@@ -162,9 +173,9 @@ SessionEvents session_events(obs_output_t *output)
 	events.reconnecting = [output] {
 		obs_output_set_last_error(output, kReconnectingError);
 	};
-	events.failed = [output](Failure failure, const std::string &error) {
-		if (!error.empty())
-			obs_output_set_last_error(output, error.c_str());
+	events.failed = [mux, output](Failure failure, ErrorCode error) {
+		mux->set_failure(error);
+		obs_output_set_last_error(output, english(error).c_str());
 		// Ends the capture too: the host reports exactly one stop, carrying this code.
 		obs_output_signal_stop(output,
 				       failure == Failure::Encoder ? OBS_OUTPUT_ENCODE_ERROR : OBS_OUTPUT_ERROR);
@@ -217,7 +228,9 @@ bool cv_mux_start(void *data)
 		std::lock_guard layout_lock(mux->layout_mutex);
 		mux->fps = {int(mux->fps_num), int(mux->fps_den)};
 	}
+	mux->set_failure({});
 	if (destination.url.empty()) {
+		mux->set_failure(ErrorCode::UrlEmpty);
 		obs_output_set_last_error(mux->output, "Missing RTMP server/key");
 		return false;
 	}
@@ -226,7 +239,7 @@ bool cv_mux_start(void *data)
 
 	// The connection is made while the encoders start.
 	std::shared_ptr<StreamSession> session =
-		StreamSession::launch(destination, queue_limits(mux->output), session_events(mux->output));
+		StreamSession::launch(destination, queue_limits(mux->output), session_events(mux));
 	const char *error = nullptr;
 	if (!obs_output_can_begin_data_capture(mux->output, kCaptureFlags))
 		error = "obs_output_can_begin_data_capture failed";
@@ -235,6 +248,7 @@ bool cv_mux_start(void *data)
 	if (error) {
 		session->detach();
 		session->stop();
+		mux->set_failure(ErrorCode::NoEncoder);
 		obs_output_set_last_error(mux->output, error);
 		return false;
 	}
@@ -355,6 +369,17 @@ SessionStats mux_output_stats(obs_output_t *output)
 	if (!output || strcmp(obs_output_get_id(output), kMuxOutputId) != 0)
 		return {};
 	return mux_data_stats(obs_obj_get_data(output));
+}
+
+Error mux_output_failure(obs_output_t *output)
+{
+	if (!output || strcmp(obs_output_get_id(output), kMuxOutputId) != 0)
+		return {};
+	auto *mux = static_cast<MuxOutput *>(obs_obj_get_data(output));
+	if (!mux)
+		return {};
+	std::lock_guard lock(mux->failure_mutex);
+	return mux->failure;
 }
 
 bool wait_for_mux_streams(std::chrono::milliseconds timeout)

@@ -23,6 +23,9 @@ void register_mux_output();
 // the output, or from the data pointer the type's create callback returned.
 SessionStats mux_output_stats(obs_output_t *output);
 SessionStats mux_data_stats(void *data);
+// Why the newest start failed or the newest stream stopped with an error; none while it
+// did not.
+Error mux_output_failure(obs_output_t *output);
 
 // Waits until the streams of stopped outputs have sent their goodbyes or given up.
 bool wait_for_mux_streams(std::chrono::milliseconds timeout);

@@ -176,7 +176,7 @@ void StreamSession::run()
 {
 	if (const std::string problem = stream_url_problem(destination_.url); !problem.empty()) {
 		log_error("Unusable stream address (%s): %s", problem.c_str(), destination_.log_url.c_str());
-		fail(Failure::Stream, kRejectedError);
+		fail(Failure::Stream, ErrorCode::Rejected);
 		return;
 	}
 	log_info("Vertical stream connecting to %s", destination_.log_url.c_str());
@@ -204,7 +204,7 @@ void StreamSession::run()
 				if (!ever_connected) {
 					log_error("Vertical stream could not connect to %s: %s",
 						  destination_.log_url.c_str(), error.c_str());
-					fail(Failure::Stream, timed_out ? kNoAnswerError : kRejectedError);
+					fail(Failure::Stream, timed_out ? ErrorCode::NoAnswer : ErrorCode::Rejected);
 					break;
 				}
 				const milliseconds delay = retry_delay(++attempt);
@@ -280,7 +280,7 @@ void StreamSession::run()
 		reconnecting_ = false;
 	}
 	if (encoder_error)
-		fail(Failure::Encoder, "");
+		fail(Failure::Encoder, ErrorCode::EncoderStopped);
 	log_info("Vertical stream ended: %.1f MB sent, %llu video frames dropped, %u reconnects",
 		 double(totals.bytes_sent) / 1e6, (unsigned long long)totals.dropped.video_frames, totals.reconnects);
 }
@@ -385,7 +385,7 @@ bool StreamSession::sleep_unless_stopped(milliseconds delay)
 	return !wake_.wait_for(lock, delay, [this] { return stop_requested_ || encoder_failed_; });
 }
 
-void StreamSession::fail(Failure failure, const std::string &error)
+void StreamSession::fail(Failure failure, ErrorCode error)
 {
 	std::unique_lock events_lock(events_mutex_);
 	events_ready_.wait(events_lock, [this] { return events_begun_ || events_closed_; });

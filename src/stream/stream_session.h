@@ -8,6 +8,8 @@
 #include "connection.h"
 #include "send_queue.h"
 
+#include "base/errors.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -39,9 +41,9 @@ enum class Failure {
 // Told on the session's thread, one at a time, none before begin_events() and none after
 // stop() or detach().
 struct SessionEvents {
-	std::function<void()> connected;                               // live again after a lost connection
-	std::function<void()> reconnecting;                            // a live connection was lost
-	std::function<void(Failure, const std::string &error)> failed; // at most once; the session ends
+	std::function<void()> connected;                      // live again after a lost connection
+	std::function<void()> reconnecting;                   // a live connection was lost
+	std::function<void(Failure, ErrorCode error)> failed; // at most once; the session ends
 };
 
 struct SessionStats {
@@ -100,7 +102,7 @@ private:
 	bool pump(Connection &connection, std::string *error);
 	void keep_sent(QueuedPacket packet);
 	bool sleep_unless_stopped(std::chrono::milliseconds delay);
-	void fail(Failure failure, const std::string &error);
+	void fail(Failure failure, ErrorCode error);
 	void tell(const std::function<void()> &event);
 
 	const Destination destination_;

@@ -144,6 +144,27 @@ StreamUrl build_stream_url(const std::string &server, const std::string &key)
 	return result;
 }
 
+bool url_has_secret(const std::string &url)
+{
+	const size_t scheme = url.find("://");
+	const size_t authority = scheme == std::string::npos ? 0 : scheme + 3;
+	const size_t path = url.find_first_of("/?#", authority);
+	const size_t at = url.find('@', authority);
+	const bool userinfo = at != std::string::npos && (path == std::string::npos || at < path);
+	const size_t query = url.find_first_of("?#");
+	return userinfo || (query != std::string::npos && query + 1 < url.size());
+}
+
+bool srt_key_ignored(const std::string &url, const std::string &key)
+{
+	if (!is_srt_url(url) || trim_blanks(key).empty())
+		return false;
+	for (size_t sep = url.find_first_of("?&"); sep != std::string::npos; sep = url.find_first_of("?&", sep + 1))
+		if (equals_ignore_case(url, sep + 1, "streamid="))
+			return true;
+	return false;
+}
+
 std::string mask_url_for_log(const std::string &url, const std::string &key)
 {
 	std::string text = url;

@@ -36,6 +36,12 @@ struct StreamUrl {
 // empty, or for RTMP when the key is empty.
 StreamUrl build_stream_url(const std::string &server, const std::string &key);
 
+// Whether the address carries something secret besides a key: a user or password, a
+// query value or a fragment.
+bool url_has_secret(const std::string &url);
+// Whether an SRT address already names its stream id, so that a key is not used.
+bool srt_key_ignored(const std::string &url, const std::string &key);
+
 // The address as it may appear in a log: the stream key (also percent-encoded) and the
 // values of "streamid" and "passphrase" query parameters become "****".
 std::string mask_url_for_log(const std::string &url, const std::string &key);

@@ -2,6 +2,8 @@
 
 #include "texts.h"
 
+#include "stream/stream_url.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
@@ -12,9 +14,9 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
+#include <QStringList>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -24,6 +26,19 @@ namespace cv {
 namespace {
 
 constexpr int kFallbackPresetIndex = 2; // "veryfast"
+
+// A button that shows or hides what a field holds, as wide as the longer of its two
+// words. The host's themes pad buttons generously, which would cut them off.
+QPushButton *make_toggle(QWidget *parent)
+{
+	auto *toggle = new QPushButton(text("Settings.ShowKey"), parent);
+	toggle->setCheckable(true);
+	const QFontMetrics metrics = toggle->fontMetrics();
+	toggle->setFixedWidth(std::max({52, metrics.horizontalAdvance(text("Settings.ShowKey")) + 12,
+					metrics.horizontalAdvance(text("Settings.HideKey")) + 12}));
+	toggle->setStyleSheet("padding-left: 2px; padding-right: 2px;");
+	return toggle;
+}
 
 QSpinBox *make_spin(QWidget *parent, int minimum, int maximum, int step, const QString &unit = QString())
 {
@@ -73,15 +88,15 @@ void add_destination_item(QListWidget *list, const QString &name, bool enabled)
 
 } // namespace
 
-SettingsDialog::SettingsDialog(const PluginConfig &current, SaveFunction saveSettings, QWidget *parent)
+SettingsDialog::SettingsDialog(const PluginConfig &current, const std::vector<SettingWarning> &warnings, bool busy,
+			       SaveFunction saveSettings, QWidget *parent)
 	: QDialog(parent),
 	  settings(current),
 	  save(std::move(saveSettings))
 {
 	setWindowTitle(text("Settings.Title"));
 	setMinimumWidth(600);
-	setModal(true);
-	build();
+	build(warnings, busy);
 	load();
 }
 
@@ -93,11 +108,24 @@ void SettingsDialog::showEvent(QShowEvent *event)
 	setMinimumHeight(layout()->totalHeightForWidth(width()));
 }
 
-void SettingsDialog::build()
+void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool busy)
 {
 	auto *main = new QVBoxLayout(this);
 	main->setSpacing(12);
 	main->setContentsMargins(16, 16, 16, 16);
+
+	if (!warnings.empty()) {
+		QStringList lines;
+		for (const SettingWarning &warning : warnings)
+			lines << text("Settings.BadValue")
+					 .arg(QString::fromStdString(warning.key),
+					      QString::fromStdString(warning.value));
+		auto *warningLabel = new QLabel(lines.join('\n'), this);
+		warningLabel->setObjectName("warningLabel");
+		warningLabel->setWordWrap(true);
+		warningLabel->setStyleSheet("color: #e05252;");
+		main->addWidget(warningLabel);
+	}
 
 	// The destinations beside the fields that edit the selected one.
 	auto *streamGroup = new QGroupBox(text("Settings.Destinations"), this);
@@ -129,25 +157,26 @@ void SettingsDialog::build()
 
 	nameEdit = new QLineEdit(this);
 	stream->addRow(text("Settings.Name"), nameEdit);
+	auto *urlRow = new QHBoxLayout;
 	urlEdit = new QLineEdit(this);
 	urlEdit->setPlaceholderText("rtmp://live.twitch.tv/app");
-	stream->addRow(text("Settings.Url"), urlEdit);
+	urlToggle = make_toggle(this);
+	connect(urlToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_url_visibility);
+	urlRow->addWidget(urlEdit);
+	urlRow->addWidget(urlToggle);
+	stream->addRow(text("Settings.Url"), urlRow);
 	auto *keyRow = new QHBoxLayout;
 	keyEdit = new QLineEdit(this);
 	keyEdit->setEchoMode(QLineEdit::Password);
 	keyEdit->setPlaceholderText(text("Settings.StreamKey.Placeholder"));
-	keyToggle = new QPushButton(text("Settings.ShowKey"), this);
-	keyToggle->setCheckable(true);
-	// As wide as the longer of its two words. The host's themes pad buttons generously,
-	// which would cut them off.
-	const QFontMetrics metrics = keyToggle->fontMetrics();
-	keyToggle->setFixedWidth(std::max({52, metrics.horizontalAdvance(text("Settings.ShowKey")) + 12,
-					   metrics.horizontalAdvance(text("Settings.HideKey")) + 12}));
-	keyToggle->setStyleSheet("padding-left: 2px; padding-right: 2px;");
+	keyToggle = make_toggle(this);
 	connect(keyToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_key_visibility);
 	keyRow->addWidget(keyEdit);
 	keyRow->addWidget(keyToggle);
 	stream->addRow(text("Settings.StreamKey"), keyRow);
+	keyNote = make_note(this, QString());
+	keyNote->hide();
+	stream->addRow(keyNote);
 	connect(nameEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
 		if (DestinationSettings *destination = current()) {
 			destination->name = text.toStdString();
@@ -158,10 +187,12 @@ void SettingsDialog::build()
 	connect(urlEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
 		if (DestinationSettings *destination = current())
 			destination->url = text.toStdString();
+		update_secrets();
 	});
 	connect(keyEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
 		if (DestinationSettings *destination = current())
 			destination->key = text.toStdString();
+		update_secrets();
 	});
 	stream->addRow(make_note(this, text("Settings.StreamNote")));
 
@@ -169,8 +200,8 @@ void SettingsDialog::build()
 	bitrateSpin = make_spin(this, int(kMinVideoKbps), int(kMaxVideoKbps), 100, text("Settings.Unit.Kbps"));
 	encoding->addRow(text("Settings.VideoBitrate"), bitrateSpin);
 	presetCombo = new QComboBox(this);
-	presetCombo->addItems(
-		{"ultrafast", "superfast", "veryfast", "faster", "fast", "medium", "slow", "slower", "veryslow"});
+	for (const char *preset : kEncoderPresets)
+		presetCombo->addItem(preset);
 	encoding->addRow(text("Settings.EncoderPreset"), presetCombo);
 
 	QFormLayout *canvas = add_group(main, this, text("Settings.Canvas"));
@@ -188,7 +219,8 @@ void SettingsDialog::build()
 	fpsRow->addWidget(slash);
 	fpsRow->addWidget(fpsDenSpin);
 	canvas->addRow(text("Settings.Fps"), fpsRow);
-	canvas->addRow(make_note(this, text("Settings.CanvasNote")));
+	const char *applies = busy ? "Settings.AppliesAtStop" : "Settings.AppliesNow";
+	canvas->addRow(make_note(this, text("Settings.CanvasNote").arg(text(applies))));
 
 	QFormLayout *behaviour = add_group(main, this, text("Settings.Behaviour"));
 	autoStartCheck = new QCheckBox(text("Settings.AutoStart"), this);
@@ -202,7 +234,7 @@ void SettingsDialog::build()
 		audioTrackCombo->addItem(text("Settings.Track").arg(track));
 	behaviour->addRow(text("Settings.AudioTrack"), audioTrackCombo);
 	// Names the check box in its own words.
-	behaviour->addRow(make_note(this, text("Settings.AudioNote").arg(text("Settings.SceneAudio"))));
+	behaviour->addRow(make_note(this, text("Settings.AudioNote").arg(text("Settings.SceneAudio"), text(applies))));
 
 	// Named after their members, for automation and style sheets.
 	destinationList->setObjectName("destinationList");
@@ -212,6 +244,8 @@ void SettingsDialog::build()
 	urlEdit->setObjectName("urlEdit");
 	keyEdit->setObjectName("keyEdit");
 	keyToggle->setObjectName("keyToggle");
+	urlToggle->setObjectName("urlToggle");
+	keyNote->setObjectName("keyNote");
 	bitrateSpin->setObjectName("bitrateSpin");
 	widthSpin->setObjectName("widthSpin");
 	heightSpin->setObjectName("heightSpin");
@@ -223,6 +257,14 @@ void SettingsDialog::build()
 	audioTrackCombo->setObjectName("audioTrackCombo");
 	presetCombo->setObjectName("presetCombo");
 
+	// What keeps Save from saving, said inside the dialog rather than in a box of its own.
+	validationLabel = new QLabel(this);
+	validationLabel->setObjectName("validationLabel");
+	validationLabel->setWordWrap(true);
+	validationLabel->setStyleSheet("color: #e05252;");
+	validationLabel->hide();
+	main->addWidget(validationLabel);
+
 	auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
 	connect(buttons, &QDialogButtonBox::accepted, this, &SettingsDialog::on_save_clicked);
 	connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -232,7 +274,7 @@ void SettingsDialog::build()
 void SettingsDialog::load()
 {
 	if (settings.destinations.empty())
-		settings.destinations.push_back({default_destination_name(0), "", "", true});
+		settings.destinations.push_back(new_destination(0));
 	destinationList->blockSignals(true);
 	for (size_t i = 0; i < settings.destinations.size(); i++)
 		add_destination_item(destinationList, display_name(i), settings.destinations[i].enabled);
@@ -280,8 +322,39 @@ void SettingsDialog::on_destination_selected(int row)
 	const DestinationSettings &destination = settings.destinations[size_t(row)];
 	nameEdit->setPlaceholderText(QString::fromStdString(default_destination_name(size_t(row))));
 	nameEdit->setText(QString::fromStdString(destination.name));
+	// Masked before the text arrives, so a secret never shows, not even for a moment.
+	urlToggle->setChecked(false);
+	urlEdit->setEchoMode(url_has_secret(destination.url) ? QLineEdit::Password : QLineEdit::Normal);
 	urlEdit->setText(QString::fromStdString(destination.url));
 	keyEdit->setText(QString::fromStdString(destination.key));
+	update_secrets();
+}
+
+void SettingsDialog::update_secrets()
+{
+	const DestinationSettings *destination = current();
+	const std::string url = destination ? destination->url : std::string();
+	const bool secret = url_has_secret(url);
+	urlToggle->setVisible(secret);
+	if (!urlToggle->isChecked())
+		urlEdit->setEchoMode(secret ? QLineEdit::Password : QLineEdit::Normal);
+	const bool srt = is_srt_url(trim_blanks(url));
+	const bool has_key = destination && !trim_blanks(destination->key).empty();
+	keyNote->setVisible(srt && has_key);
+	if (srt && has_key)
+		keyNote->setText(
+			"<small><i>" +
+			text(srt_key_ignored(url, destination->key) ? "Settings.SrtKeyIgnored" : "Settings.SrtKeyUsed")
+				.toHtmlEscaped() +
+			"</i></small>");
+}
+
+void SettingsDialog::on_toggle_url_visibility()
+{
+	const bool shown = urlToggle->isChecked();
+	urlEdit->setEchoMode(shown || !url_has_secret(urlEdit->text().toStdString()) ? QLineEdit::Normal
+										     : QLineEdit::Password);
+	urlToggle->setText(shown ? text("Settings.HideKey") : text("Settings.ShowKey"));
 }
 
 void SettingsDialog::on_destination_checked(QListWidgetItem *item)
@@ -305,7 +378,7 @@ void SettingsDialog::on_add_destination()
 	};
 	while (taken(QString::fromStdString(default_destination_name(free))))
 		free++;
-	settings.destinations.push_back({default_destination_name(free), "", "", true});
+	settings.destinations.push_back(new_destination(free));
 	add_destination_item(destinationList, display_name(settings.destinations.size() - 1), true);
 	destinationList->setCurrentRow(destinationList->count() - 1);
 	update_destination_buttons();
@@ -348,7 +421,8 @@ void SettingsDialog::on_save_clicked()
 		const QString message = settings.destinations.size() == 1
 						? text("Settings.UrlEmpty")
 						: text("Settings.UrlEmptyOf").arg(display_name(i));
-		QMessageBox::warning(this, text("Settings.Validation"), message, QMessageBox::Ok);
+		validationLabel->setText(message);
+		validationLabel->show();
 		return;
 	}
 	// Stored as typed: only the emptiness tests trim.

@@ -10,6 +10,7 @@ class QCheckBox;
 class QComboBox;
 class QLineEdit;
 class QListWidget;
+class QLabel;
 class QListWidgetItem;
 class QPushButton;
 class QSpinBox;
@@ -18,14 +19,19 @@ namespace cv {
 
 // The per-profile settings form: the stream's destinations (name, address, key, on or
 // off), encoding, canvas size and frame rate, behaviour switches and the audio track.
-// Shows the settings it is given and hands the edited ones to `save` on Save.
+// Shows the settings it is given, with the values of the profile's file that could not
+// be used, and hands the edited ones to `save` on Save. It does not block the host's
+// window. Addresses and keys show as dots until asked for.
 class SettingsDialog : public QDialog {
 	Q_OBJECT
 
 public:
 	using SaveFunction = std::function<void(const PluginConfig &)>;
 
-	SettingsDialog(const PluginConfig &settings, SaveFunction save, QWidget *parent = nullptr);
+	// `busy`: a vertical stream or recording runs, so canvas and audio changes wait for
+	// it to stop.
+	SettingsDialog(const PluginConfig &settings, const std::vector<SettingWarning> &warnings, bool busy,
+		       SaveFunction save, QWidget *parent = nullptr);
 
 protected:
 	void showEvent(QShowEvent *event) override;
@@ -33,18 +39,21 @@ protected:
 private slots:
 	void on_save_clicked();
 	void on_toggle_key_visibility();
+	void on_toggle_url_visibility();
 	void on_add_destination();
 	void on_remove_destination();
 	void on_destination_selected(int row);
 	void on_destination_checked(QListWidgetItem *item);
 
 private:
-	void build();
+	void build(const std::vector<SettingWarning> &warnings, bool busy);
 	void load();
 	// The destination the fields edit, or null.
 	DestinationSettings *current();
 	QString display_name(size_t index) const;
 	void update_destination_buttons();
+	// The URL field masked while it holds a secret, and the note on the SRT key.
+	void update_secrets();
 
 	PluginConfig settings;
 	SaveFunction save;
@@ -55,6 +64,9 @@ private:
 	QLineEdit *urlEdit = nullptr;
 	QLineEdit *keyEdit = nullptr;
 	QPushButton *keyToggle = nullptr;
+	QPushButton *urlToggle = nullptr;
+	QLabel *keyNote = nullptr;
+	QLabel *validationLabel = nullptr;
 	QSpinBox *bitrateSpin = nullptr;
 	QSpinBox *widthSpin = nullptr;
 	QSpinBox *heightSpin = nullptr;

@@ -1,9 +1,11 @@
 #include "vertical_dock.h"
 
+#include "notices.h"
 #include "scene_config_dialog.h"
-#include "stream_error_box.h"
 #include "texts.h"
 #include "vertical_preview.h"
+
+#include "base/commands.h"
 
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
@@ -20,6 +22,7 @@
 #include <QInputDialog>
 #include <QLabel>
 #include <QListWidget>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QStringList>
@@ -60,9 +63,20 @@ QPushButton *make_button(QWidget *parent, const QString &label, const QString &t
 	return button;
 }
 
-QString exists_message(const QString &typed)
+// Asks for a text beside the host's window, without blocking it; `accepted` runs with
+// the answer.
+void ask_text(QWidget *parent, const char *name, const QString &title, const QString &label, const QString &initial,
+	      const std::function<void(const QString &)> &accepted)
 {
-	return text("Dock.SceneExists").arg(typed);
+	auto *dialog = new QInputDialog(parent);
+	dialog->setObjectName(name);
+	dialog->setWindowTitle(title);
+	dialog->setLabelText(label);
+	dialog->setTextValue(initial);
+	dialog->setWindowModality(Qt::NonModal);
+	dialog->setAttribute(Qt::WA_DeleteOnClose);
+	QObject::connect(dialog, &QInputDialog::textValueSelected, parent, accepted);
+	dialog->show();
 }
 
 QString scene_caption(const QString &active)
@@ -86,8 +100,8 @@ std::pair<QString, const char *> describe_state(const DestinationStatus &status)
 	case StreamState::Reconnecting:
 		return {text("Dock.State.Reconnecting"), kAmber};
 	case StreamState::Failed:
-		return {status.error.empty() ? text("Dock.State.Failed")
-					     : text("Dock.State.FailedWith").arg(engine_text(status.error)),
+		return {status.error ? text("Dock.State.FailedWith").arg(error_text(status.error))
+				     : text("Dock.State.Failed"),
 			kRed};
 	case StreamState::Stopped:
 		break;
@@ -132,9 +146,10 @@ std::pair<QString, const char *> describe(const DestinationStatus &status, const
 
 } // namespace
 
-VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, VerticalRecording *dockRecording,
-			   QWidget *parent)
+VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, VerticalOutput *dockOutput,
+			   VerticalRecording *dockRecording, QWidget *parent)
 	: QWidget(parent),
+	  commands(dockCommands),
 	  canvas(dockCanvas),
 	  output(dockOutput),
 	  recording(dockRecording)
@@ -193,6 +208,11 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	connect(renameButton, &QPushButton::clicked, this, &VerticalDock::onRenameScene);
 	connect(assignButton, &QPushButton::clicked, this, &VerticalDock::onConfigureScene);
 	main->addLayout(sceneButtons);
+	errorLabel = new QLabel(this);
+	errorLabel->setWordWrap(true);
+	errorLabel->setStyleSheet(kFailedStyle);
+	errorLabel->hide();
+	main->addWidget(errorLabel);
 
 	auto *streamButtons = new QHBoxLayout;
 	streamButtons->setSpacing(6);
@@ -216,6 +236,10 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	destinationStatusList->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
 	destinationStatusList->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
 	destinationStatusList->setStyleSheet("QListWidget { font-size: 11px; background: transparent; }");
+	destinationStatusList->setContextMenuPolicy(Qt::CustomContextMenu);
+	destinationStatusList->setToolTip(text("Dock.Destination.ToolTip"));
+	connect(destinationStatusList, &QListWidget::itemDoubleClicked, this, &VerticalDock::onDestinationToggled);
+	connect(destinationStatusList, &QListWidget::customContextMenuRequested, this, &VerticalDock::destinationMenu);
 	main->addWidget(destinationStatusList);
 
 	recordButton = make_button(this, text("Dock.Record"), text("Dock.Record.ToolTip"));
@@ -233,6 +257,7 @@ VerticalDock::VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutpu
 	removeButton->setObjectName("removeButton");
 	renameButton->setObjectName("renameButton");
 	assignButton->setObjectName("assignButton");
+	errorLabel->setObjectName("errorLabel");
 	startButton->setObjectName("startButton");
 	stopButton->setObjectName("stopButton");
 	statusLabel->setObjectName("statusLabel");
@@ -259,6 +284,11 @@ void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutp
 	}
 	refreshSceneList();
 	onStatusTick();
+}
+
+void VerticalDock::setCommands(Commands *newCommands)
+{
+	commands = newCommands;
 }
 
 void VerticalDock::refreshSceneList()
@@ -305,37 +335,32 @@ void VerticalDock::refreshSceneList()
 	sceneLabel->setText(scene_caption(from_utf8(active)));
 }
 
-void VerticalDock::onActiveSceneChanged(QString sceneName)
+void VerticalDock::run(const std::function<Error(Commands &)> &command)
 {
-	sceneLabel->setText(scene_caption(sceneName));
+	const Error error = commands ? command(*commands) : Error();
+	errorLabel->setText(error_text(error));
+	errorLabel->setVisible(bool(error));
+	refreshSceneList();
+	onStatusTick();
 }
 
 void VerticalDock::onSceneItemClicked(QListWidgetItem *item)
 {
-	if (!canvas || !item)
+	if (!item)
 		return;
-	// Not saved here: the active scene goes into the file with the next save.
-	canvas->set_active_scene(utf8(item->data(Qt::UserRole).toString()));
-	refreshSceneList();
+	const std::string name = utf8(item->data(Qt::UserRole).toString());
+	run([&](Commands &c) { return c.set_active_scene(name); });
 }
 
 void VerticalDock::onAddScene()
 {
 	if (!canvas)
 		return;
-	bool ok = false;
-	const QString typed = QInputDialog::getText(this, text("Dock.AddScene.Title"), text("Dock.AddScene.Label"),
-						    QLineEdit::Normal, QString(), &ok);
-	const QString name = typed.trimmed();
-	// The canvas may have gone while the dialog was open (a profile switch).
-	if (!ok || name.isEmpty() || !canvas)
-		return;
-	if (canvas->create_scene(utf8(name))) {
-		refreshSceneList();
-		emit scenesChanged();
-	} else {
-		QMessageBox::warning(this, text("Dock.AddScene.Title"), exists_message(typed), QMessageBox::Ok);
-	}
+	ask_text(this, "addSceneDialog", text("Dock.AddScene.Title"), text("Dock.AddScene.Label"), QString(),
+		 [this](const QString &typed) {
+			 if (!typed.trimmed().isEmpty())
+				 run([&](Commands &c) { return c.create_scene(utf8(typed)); });
+		 });
 }
 
 void VerticalDock::onRemoveScene()
@@ -343,14 +368,17 @@ void VerticalDock::onRemoveScene()
 	const QString name = currentSceneName();
 	if (!canvas || name.isEmpty())
 		return;
-	const auto answer = QMessageBox::question(this, text("Dock.RemoveScene.Title"),
-						  text("Dock.RemoveScene.Question").arg(name),
-						  QMessageBox::Yes | QMessageBox::Cancel);
-	if (answer != QMessageBox::Yes || !canvas)
-		return;
-	canvas->remove_scene(utf8(name));
-	refreshSceneList();
-	emit scenesChanged();
+	auto *question = new QMessageBox(QMessageBox::Question, text("Dock.RemoveScene.Title"),
+					 text("Dock.RemoveScene.Question").arg(name),
+					 QMessageBox::Yes | QMessageBox::Cancel, this);
+	question->setObjectName("removeSceneDialog");
+	question->setWindowModality(Qt::NonModal);
+	question->setAttribute(Qt::WA_DeleteOnClose);
+	connect(question, &QMessageBox::finished, this, [this, name](int answer) {
+		if (answer == QMessageBox::Yes)
+			run([&](Commands &c) { return c.remove_scene(utf8(name)); });
+	});
+	question->show();
 }
 
 void VerticalDock::onRenameScene()
@@ -358,18 +386,11 @@ void VerticalDock::onRenameScene()
 	const QString oldName = currentSceneName();
 	if (!canvas || oldName.isEmpty())
 		return;
-	bool ok = false;
-	const QString typed = QInputDialog::getText(this, text("Dock.RenameScene.Title"),
-						    text("Dock.RenameScene.Label"), QLineEdit::Normal, oldName, &ok);
-	const QString newName = typed.trimmed();
-	if (!ok || newName.isEmpty() || newName == oldName || !canvas)
-		return;
-	if (canvas->rename_scene(utf8(oldName), utf8(newName))) {
-		refreshSceneList();
-		emit scenesChanged();
-	} else {
-		QMessageBox::warning(this, text("Dock.RenameScene.Title"), exists_message(typed), QMessageBox::Ok);
-	}
+	ask_text(this, "renameSceneDialog", text("Dock.RenameScene.Title"), text("Dock.RenameScene.Label"), oldName,
+		 [this, oldName](const QString &typed) {
+			 if (!typed.trimmed().isEmpty())
+				 run([&](Commands &c) { return c.rename_scene(utf8(oldName), utf8(typed)); });
+		 });
 }
 
 void VerticalDock::onConfigureScene()
@@ -378,43 +399,62 @@ void VerticalDock::onConfigureScene()
 		return;
 	const QString name = currentSceneName();
 	if (name.isEmpty()) {
-		QMessageBox::information(this, text("Dock.AssignScene.Title"), text("Dock.SelectSceneFirst"),
-					 QMessageBox::Ok);
+		errorLabel->setText(text("Dock.SelectSceneFirst"));
+		errorLabel->show();
 		return;
 	}
 	const QString current = from_utf8(canvas->scene_source_name(utf8(name)));
-	SceneConfigDialog dialog(name, current, this);
-	if (dialog.exec() != QDialog::Accepted || !canvas)
-		return;
-	canvas->assign_scene_source(utf8(name), utf8(dialog.selectedSource()));
-	refreshSceneList();
-	emit scenesChanged();
+	auto *dialog = new SceneConfigDialog(name, current, this);
+	dialog->setObjectName("sceneConfigDialog");
+	dialog->setWindowModality(Qt::NonModal);
+	dialog->setAttribute(Qt::WA_DeleteOnClose);
+	connect(dialog, &QDialog::accepted, this, [this, dialog, name] {
+		const std::string source = utf8(dialog->selectedSource());
+		run([&](Commands &c) { return c.assign_host_scene(utf8(name), source); });
+	});
+	dialog->show();
 }
 
 void VerticalDock::onStartClicked()
 {
-	if (!output)
-		return;
-	if (!output->start())
-		log_warning("Dock: failed to start vertical output");
-	onStatusTick();
+	run([](Commands &c) { return c.start_streaming(); });
 }
 
 void VerticalDock::onStopClicked()
 {
-	if (!output)
-		return;
-	output->stop();
-	onStatusTick();
+	run([](Commands &c) { return c.stop_streaming(); });
 }
 
 void VerticalDock::onRecordClicked()
 {
-	if (recording && recording->is_active())
-		recording->stop();
-	else if (output)
-		emit startRecordingRequested();
-	onStatusTick();
+	const bool active = recording && recording->is_active();
+	run([active](Commands &c) { return active ? c.stop_recording() : c.start_recording(); });
+}
+
+void VerticalDock::onDestinationToggled(QListWidgetItem *item)
+{
+	if (!item || !output)
+		return;
+	const std::string id = utf8(item->data(Qt::UserRole).toString());
+	const bool sending_now = item->data(Qt::UserRole + 1).toBool();
+	run([&](Commands &c) { return sending_now ? c.stop_streaming(id) : c.start_streaming(id); });
+}
+
+void VerticalDock::destinationMenu(const QPoint &at)
+{
+	QListWidgetItem *item = destinationStatusList->itemAt(at);
+	if (!item)
+		return;
+	auto *menu = new QMenu(this);
+	menu->setAttribute(Qt::WA_DeleteOnClose);
+	// The line may be gone when the choice is made; its destination is not.
+	const std::string id = utf8(item->data(Qt::UserRole).toString());
+	const bool sending_now = item->data(Qt::UserRole + 1).toBool();
+	menu->addAction(
+		text(sending_now ? "Dock.Destination.Stop" : "Dock.Destination.Start"), this, [this, id, sending_now] {
+			run([&](Commands &c) { return sending_now ? c.stop_streaming(id) : c.start_streaming(id); });
+		});
+	menu->popup(destinationStatusList->viewport()->mapToGlobal(at));
 }
 
 void VerticalDock::onStatusTick()
@@ -432,10 +472,12 @@ void VerticalDock::onStatusTick()
 	}
 	const bool streaming = std::any_of(statuses.begin(), statuses.end(),
 					   [](const DestinationStatus &status) { return sending(status.state); });
-	// Start starts every enabled destination at once, so it waits until all have stopped.
-	const bool active = output->is_active();
-	startButton->setEnabled(!active);
-	stopButton->setEnabled(active);
+	// Start starts every switched-on destination that is not sending.
+	const bool startable = std::any_of(statuses.begin(), statuses.end(), [](const DestinationStatus &status) {
+		return status.enabled && !sending(status.state);
+	});
+	startButton->setEnabled(startable);
+	stopButton->setEnabled(output->is_active());
 	statusLabel->setText(text(streaming ? "Dock.Streaming" : "Dock.Stopped"));
 	statusLabel->setStyleSheet(streaming ? kStreamingStyle : kQuietStyle);
 }
@@ -455,6 +497,8 @@ void VerticalDock::showDestinations(const std::vector<DestinationStatus> &status
 	for (size_t i = 0; i < statuses.size(); i++) {
 		const auto [text, colour] = describe(statuses[i], metrics, width);
 		QListWidgetItem *item = list->item(int(i));
+		item->setData(Qt::UserRole, from_utf8(statuses[i].id));
+		item->setData(Qt::UserRole + 1, sending(statuses[i].state));
 		item->setText(text);
 		item->setToolTip(text);
 		item->setForeground(QColor(colour));
@@ -473,14 +517,16 @@ void VerticalDock::showRecording()
 	const bool active = recording && recording->is_active();
 	recordButton->setText(text(active ? "Dock.StopRecording" : "Dock.Record"));
 	recordButton->setEnabled(active || output);
-	const std::string error = recording && !active ? recording->error() : std::string();
+	const Error error = recording && !active ? recording->error() : Error();
+	const QString file = recording ? QFileInfo(from_utf8(recording->path())).fileName() : QString();
 	if (active)
-		recordingLabel->setText(text("Dock.Recording").arg(QFileInfo(from_utf8(recording->path())).fileName()));
-	else if (!error.empty())
-		recordingLabel->setText(text("Dock.RecordingFailed").arg(engine_text(error)));
+		recordingLabel->setText(
+			text(recording->is_paused() ? "Dock.RecordingPaused" : "Dock.Recording").arg(file));
+	else if (error)
+		recordingLabel->setText(text("Dock.RecordingFailed").arg(error_text(error)));
 	else
 		recordingLabel->clear();
-	recordingLabel->setStyleSheet(error.empty() ? kQuietStyle : kFailedStyle);
+	recordingLabel->setStyleSheet(error ? kFailedStyle : kQuietStyle);
 	recordingLabel->setVisible(!recordingLabel->text().isEmpty());
 }
 

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QWidget>
 
+#include <functional>
 #include <vector>
 
 class QLabel;
@@ -13,31 +14,35 @@ class QTimer;
 
 namespace cv {
 
+class Commands;
 class VerticalCanvas;
 class VerticalOutput;
 class VerticalPreviewWidget;
 class VerticalRecording;
 struct DestinationStatus;
+struct Error;
 
 // The panel in the host's main window: live preview, the vertical scenes with their
 // buttons, Start and Stop for the vertical stream, its status and each destination's
-// (with what it sends while it does), and the vertical recording. It keeps no model of its own: lists are read back from the
-// canvas, statuses from the output and the recording, actions go to them. The canvas,
-// the output and the recording may be replaced or taken away at any time, also while
-// one of its dialogs is open.
+// (with what it sends while it does; a destination's line starts or stops it alone), and
+// the vertical recording. It keeps no model of its own: lists are read back from the
+// canvas, statuses from the output and the recording, and every action goes through the
+// plug-in's commands, the same the hotkeys and websocket clients use. Nothing it shows
+// blocks the host's window. The canvas, the output and the recording may be replaced or
+// taken away at any time, also while one of its dialogs is open.
 class VerticalDock : public QWidget {
 	Q_OBJECT
 
 public:
-	VerticalDock(VerticalCanvas *dockCanvas, VerticalOutput *dockOutput, VerticalRecording *dockRecording,
-		     QWidget *parent = nullptr);
+	VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, VerticalOutput *dockOutput,
+		     VerticalRecording *dockRecording, QWidget *parent = nullptr);
 
 	// Any may be null: the dock then shows and does nothing for that part.
 	void setRuntime(VerticalCanvas *canvas, VerticalOutput *output, VerticalRecording *recording);
+	void setCommands(Commands *newCommands);
 	void refreshSceneList();
 
 public slots:
-	void onActiveSceneChanged(QString sceneName);
 	void onSceneItemClicked(QListWidgetItem *item);
 	void onAddScene();
 	void onRemoveScene();
@@ -46,20 +51,20 @@ public slots:
 	void onStartClicked();
 	void onStopClicked();
 	void onRecordClicked();
+	// Starts the destination of that line when it is not sending, else stops it.
+	void onDestinationToggled(QListWidgetItem *item);
 	// Reads the statuses only, so that it never waits on a connection; once a second.
 	void onStatusTick();
 
-signals:
-	// The user changed the scene list; it should be saved.
-	void scenesChanged();
-	// Record was clicked while not recording; the plug-in knows where recordings go.
-	void startRecordingRequested();
-
 private:
 	QString currentSceneName() const;
+	// Runs a command; what went wrong shows below the scene buttons.
+	void run(const std::function<Error(Commands &)> &command);
 	void showDestinations(const std::vector<DestinationStatus> &statuses);
 	void showRecording();
+	void destinationMenu(const QPoint &at);
 
+	Commands *commands = nullptr;
 	VerticalCanvas *canvas = nullptr;
 	VerticalOutput *output = nullptr;
 	VerticalRecording *recording = nullptr;
@@ -70,6 +75,7 @@ private:
 	QPushButton *removeButton = nullptr;
 	QPushButton *renameButton = nullptr;
 	QPushButton *assignButton = nullptr;
+	QLabel *errorLabel = nullptr;
 	QPushButton *startButton = nullptr;
 	QPushButton *stopButton = nullptr;
 	QLabel *statusLabel = nullptr;

@@ -119,19 +119,19 @@ void VerticalPreviewWidget::resizeEvent(QResizeEvent *event)
 }
 
 // Graphics thread. The callback is taken off before the canvas changes or the display
-// goes, so the canvas and its view stay while a frame is drawn.
+// goes, so the canvas stays while a frame is drawn.
 void VerticalPreviewWidget::draw(void *param, uint32_t cx, uint32_t cy)
 {
 	auto *self = static_cast<VerticalPreviewWidget *>(param);
 	VerticalCanvas *canvas = self->canvas;
-	if (!canvas || !canvas->view())
+	if (!canvas)
 		return;
 	const PreviewViewport viewport = preview_viewport(cx, cy, canvas->width(), canvas->height());
 	gs_viewport_push();
 	gs_projection_push();
 	gs_set_viewport(int(viewport.x), int(viewport.y), int(viewport.width), int(viewport.height));
 	gs_ortho(0.0f, float(canvas->width()), 0.0f, float(canvas->height()), -100.0f, 100.0f);
-	obs_view_render(canvas->view());
+	canvas->render();
 	gs_projection_pop();
 	gs_viewport_pop();
 }

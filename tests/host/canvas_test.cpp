@@ -44,14 +44,14 @@ protected:
 	{
 		EXPECT_EQ(canvas->scene_names(), names);
 		EXPECT_EQ(canvas->active_scene_name(), active);
-		OBSSourceAutoRelease shown = obs_view_get_source(canvas->view(), 0);
-		EXPECT_EQ(shown ? obs_source_get_name(shown) : "", active) << "what the view shows";
+		OBSSourceAutoRelease shown = canvas->shown();
+		EXPECT_EQ(shown ? obs_source_get_name(shown) : "", active) << "what the canvas shows";
 	}
 	// What the active scene holds, by source name.
 	Names shown_items() const
 	{
 		Names names;
-		OBSSourceAutoRelease source = obs_view_get_source(canvas->view(), 0);
+		OBSSourceAutoRelease source = canvas->shown();
 		obs_scene_enum_items(
 			obs_scene_from_source(source),
 			[](obs_scene_t *, obs_sceneitem_t *item, void *param) {
@@ -141,7 +141,8 @@ TEST_F(CanvasTest, SceneListThroughEdits)
 }
 
 // An assigned host scene covers the canvas (what the canvas sends is the middle of a
-// landscape scene, full width) and is showing while assigned.
+// landscape scene, full width); only the active one counts as showing, and the canvas
+// never keeps one alive that the host let go.
 TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 {
 	// Red | green | blue across the 1920x1080 host scene.
@@ -150,10 +151,14 @@ TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show"));
 	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show")) << "assigned again: still one item";
 	ASSERT_EQ(shown_items(), Names{"Show"});
-	const cvtest::Image frame = cvtest::render_view(canvas->view(), canvas->width(), canvas->height());
-	for (uint32_t y : {2u, 640u, 1277u})
-		for (uint32_t x : {1u, 360u, 718u})
-			EXPECT_EQ(frame.rgb(x, y), 0x00FF00u) << x << "," << y;
+	auto expect_green = [&] {
+		const uint32_t width = canvas->width(), height = canvas->height();
+		const cvtest::Image frame = cvtest::render([&] { canvas->render(); }, width, height);
+		for (uint32_t y : {2u, height / 2, height - 3})
+			for (uint32_t x : {1u, width / 2, width - 2})
+				EXPECT_EQ(frame.rgb(x, y), 0x00FF00u) << x << "," << y;
+	};
+	expect_green();
 
 	// A renamed scene shows the same; an unknown source keeps the old picture and its
 	// name for later; an empty name clears the scene.
@@ -163,8 +168,58 @@ TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 	EXPECT_FALSE(canvas->assign_scene_source("Main", "Not There Yet"));
 	EXPECT_EQ(canvas->scene_source_name("Main"), "Not There Yet");
 	EXPECT_EQ(shown_items(), Names{"Show"});
-	EXPECT_TRUE(obs_source_showing(portrait)) << "assigned, active or not";
+	EXPECT_FALSE(obs_source_showing(portrait)) << "assigned to a scene that is not on the canvas";
+	ASSERT_TRUE(canvas->set_active_scene("B"));
+	EXPECT_TRUE(obs_source_showing(portrait));
 	EXPECT_TRUE(canvas->assign_scene_source("B", ""));
 	EXPECT_FALSE(obs_source_showing(portrait));
 	EXPECT_FALSE(canvas->assign_scene_source("Missing", "Show"));
+
+	// The host renames and removes its scenes: the assignment follows the name, and a
+	// removed scene leaves nothing held (its last reference goes with the host's).
+	ASSERT_TRUE(canvas->assign_scene_source("B", "Portrait"));
+	obs_source_set_name(portrait, "Upright");
+	OBSWeakSourceAutoRelease weak = obs_source_get_weak_source(portrait);
+	EXPECT_TRUE(canvas->host_source_renamed(weak, "Upright"));
+	EXPECT_EQ(canvas->scene_source_name("B"), "Upright");
+	EXPECT_FALSE(canvas->host_source_renamed(weak, "Upright")) << "nothing more to follow";
+	obs_source_remove(portrait);
+	EXPECT_TRUE(canvas->host_source_removed(weak));
+	EXPECT_EQ(canvas->scene_source_name("B"), "");
+	EXPECT_TRUE(shown_items().empty());
+	portrait = nullptr;
+	EXPECT_EQ(OBSSourceAutoRelease(obs_weak_source_get_source(weak)).Get(), nullptr) << "kept alive";
+
+	// Canvas size changes keep what is shown, placed to cover the new size.
+	ASSERT_TRUE(canvas->set_active_scene("Main"));
+	ASSERT_TRUE(canvas->assign_scene_source("Main", "Show"));
+	ASSERT_TRUE(canvas->reconfigure(CanvasConfig{360, 640, 30, 1, true}));
+	EXPECT_EQ(video_output_get_info(canvas->video())->width, 360u);
+	expect_green();
+	EXPECT_FALSE(canvas->reconfigure(CanvasConfig{0, 640, 30, 1, true}));
+	EXPECT_EQ(canvas->width(), 360u);
+}
+
+// Every reset of the host's video frees the mixes it has; the canvas makes its own again
+// before anything uses it, at its own size, in the host's new format.
+TEST_F(CanvasTest, LivesThroughResetsOfTheHostsVideo)
+{
+	OBSSceneAutoRelease show = cvtest::make_band_scene("Show", {0x00FF00});
+	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show"));
+	const uint64_t generation = canvas->generation();
+	for (const video_format format : {VIDEO_FORMAT_NV12, VIDEO_FORMAT_I420}) {
+		obs_video_info host = {};
+		ASSERT_TRUE(obs_get_video_info(&host));
+		host.output_format = format;
+		host.base_width = host.output_width = 1280;
+		host.base_height = host.output_height = 720;
+		ASSERT_EQ(obs_reset_video(&host), OBS_VIDEO_SUCCESS);
+		const video_output_info *info = video_output_get_info(canvas->fresh_video());
+		ASSERT_NE(info, nullptr);
+		EXPECT_EQ((std::array<uint32_t, 3>{info->width, info->height, uint32_t(info->format)}),
+			  (std::array<uint32_t, 3>{720, 1280, uint32_t(format)}));
+		EXPECT_NE(canvas->generation(), generation) << "encoders made before are not used again";
+		const cvtest::Image frame = cvtest::render([&] { canvas->render(); }, 720, 1280);
+		EXPECT_EQ(frame.rgb(360, 640), 0x00FF00u);
+	}
 }

@@ -9,6 +9,7 @@
 #include "output/vertical_output.h"
 #include "plugin/plugin.h"
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <tuple>
@@ -63,9 +64,9 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 	// The first destination is where older versions kept the only one; a blank name reads
 	// as the default one.
 	EXPECT_EQ(edited.destinations.at(0).name, "Destination 1");
-	edited.destinations = {{"Main", " rtmp://ingest.example/app ", "k\xE2\x82\xACy/with spaces", false},
-			       {"", "srt://127.0.0.1:9000", "two", false},
-			       {"Shorts", "rtmp://shorts.example/app", "three", true}};
+	edited.destinations = {{"Main", " rtmp://ingest.example/app ", "k\xE2\x82\xACy/with spaces", false, "id-1"},
+			       {"", "srt://127.0.0.1:9000", "two", false, "id-2"},
+			       {"Shorts", "rtmp://shorts.example/app", "three", true, "id-3"}};
 	edited.audiotrack = 4;
 	edited.autorecordwithmain = false;
 	edited.videobitrate = 6000;
@@ -81,9 +82,9 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 	edited.destinations[1].name = "Destination 2";
 	for (size_t i = 0; i < 3; i++)
 		EXPECT_EQ(std::tie(read.destinations[i].name, read.destinations[i].url, read.destinations[i].key,
-				   read.destinations[i].enabled),
+				   read.destinations[i].enabled, read.destinations[i].id),
 			  std::tie(edited.destinations[i].name, edited.destinations[i].url, edited.destinations[i].key,
-				   edited.destinations[i].enabled));
+				   edited.destinations[i].enabled, edited.destinations[i].id));
 	EXPECT_EQ(read.audiotrack, 4u);
 	EXPECT_FALSE(read.autorecordwithmain);
 	// Removed destinations leave nothing behind.
@@ -98,21 +99,26 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 	EXPECT_EQ(read.encoderpreset, "medium");
 }
 
-// A hand-edited canvas refuses the plug-in at load (the host then runs without it) and
-// keeps the user's value for them to correct; a file that cannot be opened leaves the
-// defaults.
-TEST_F(PluginTest, UnusableFilesAreRefusedWithoutLoss)
+// A hand-edited canvas that cannot be used gets its default, with a warning, and keeps the
+// user's value in the file for them to correct; a file that cannot be opened leaves the
+// defaults. The file that holds keys is its owner's alone.
+TEST_F(PluginTest, UnusableFilesFallBackWithoutLoss)
 {
-	cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvaswidth=0\n");
-	load(false);
-	EXPECT_EQ(plugin->canvas(), nullptr);
+	cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvaswidth=0\nstreamkey=mine\n");
+	ASSERT_NE(load().canvas(), nullptr);
+	EXPECT_EQ(plugin->canvas()->width(), 1080u);
+	EXPECT_EQ(plugin->setting_warnings(), (std::vector<cv::SettingWarning>{{"canvaswidth", "0"}}));
+	plugin->save_settings(plugin->settings());
 	plugin->unload();
-	EXPECT_NE(cvtest::read_file(profile_file()).find("canvaswidth=0"), std::string::npos);
+	EXPECT_EQ(std::filesystem::status(profile_file()).permissions() & std::filesystem::perms::all,
+		  std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 	std::filesystem::remove(profile_file());
 	std::filesystem::create_directories(profile_file());
 	EXPECT_EQ(load().settings().canvaswidth, 1080u);
 }
 
+// The vertical scenes go into the host's scene collection and come back from it, byte
+// for byte; a collection without its own starts from the list earlier versions kept.
 TEST_F(PluginTest, SceneListIsSavedAndRestored)
 {
 	OBSSceneAutoRelease host_a = obs_scene_create("Host A");
@@ -124,15 +130,17 @@ TEST_F(PluginTest, SceneListIsSavedAndRestored)
 	cv::VerticalCanvas &canvas = restored_from("");
 	EXPECT_EQ(canvas.scene_names(), Names{"Scene 1"});
 	for (const std::string &name : {emoji, specials, not_utf8, std::string("Chat")})
-		ASSERT_TRUE(canvas.create_scene(name));
-	ASSERT_TRUE(canvas.assign_scene_source("Chat", "Host A"));
+		ASSERT_FALSE(plugin->create_scene(name));
+	ASSERT_FALSE(plugin->assign_host_scene("Chat", "Host A"));
 	EXPECT_FALSE(canvas.assign_scene_source(emoji, "Not Yet There"));
-	ASSERT_TRUE(canvas.set_active_scene("Chat"));
+	ASSERT_FALSE(plugin->set_active_scene("Chat"));
+	OBSDataAutoRelease saved = cvtest::frontend::saved_collection();
 	plugin->unload();
 	plugin.reset();
-	const std::string saved = cvtest::read_file(global_file());
 
-	cv::VerticalCanvas &again = restored_from(saved);
+	load();
+	cvtest::frontend::load_collection(saved);
+	cv::VerticalCanvas &again = *plugin->canvas();
 	EXPECT_EQ(again.scene_names(), (Names{"Scene 1", emoji, specials, not_utf8, "Chat"}));
 	EXPECT_EQ(again.active_scene_name(), "Chat");
 	EXPECT_EQ(again.scene_source_name("Chat"), "Host A");

@@ -56,9 +56,9 @@ protected:
 	cv::VerticalOutput &make_output(const std::vector<cv::DestinationSettings> &destinations)
 	{
 		output_ = std::make_unique<cv::VerticalOutput>(canvas_.get(), cv::OutputConfig{destinations, 1000},
-							       [this](const std::string &error) {
+							       [this](const std::string &name, const cv::Error &error) {
 								       std::lock_guard lock(errors_mutex_);
-								       errors_.push_back(error);
+								       errors_.push_back(name + ": " + english(error));
 							       });
 		EXPECT_TRUE(output_->init());
 		return *output_;
@@ -67,6 +67,11 @@ protected:
 	{
 		std::lock_guard lock(errors_mutex_);
 		return std::exchange(errors_, {});
+	}
+	cv::StreamState state(size_t destination) const { return output_->destinations().at(destination).state; }
+	bool wait_state(size_t destination, cv::StreamState wanted, int timeout_ms = 20000) const
+	{
+		return cvtest::wait_until([&] { return state(destination) == wanted; }, timeout_ms);
 	}
 
 	OBSSceneAutoRelease scene_;
@@ -78,46 +83,72 @@ protected:
 
 } // namespace
 
-// No address: nothing is made. "auto" tries the hardware encoders first; none works here,
-// so x264 streams, with the canvas's audio track. A start while live makes nothing new. Only a
-// stop with an error says something to the user: the output's last error, or a default.
+namespace cv {
+// Readable failure messages.
+inline void PrintTo(const Error &error, std::ostream *os)
+{
+	*os << error_name(error.code) << " " << error.detail;
+}
+} // namespace cv
+
+// An address that cannot be used fails its destination at once, before any encoder is
+// made. "auto" tries the hardware encoders first; none works here, so x264 streams, with
+// the canvas's audio track, on the output's job thread. A start while live makes nothing
+// new. Only a stop with an error is reported, by its code.
 TEST_F(VerticalOutputTest, StartsWithAnEncoderThatWorksAndReportsOnlyErrorStops)
 {
-	EXPECT_FALSE(make_output({{"Blank", " ", "key"}}).start());
+	const struct {
+		const char *url;
+		const char *key;
+		cv::ErrorCode code;
+	} unusable[] = {
+		{" ", "key", cv::ErrorCode::UrlEmpty},
+		{"rtmp://127.0.0.1/live", " ", cv::ErrorCode::KeyEmpty},
+		{"http://127.0.0.1/live", "key", cv::ErrorCode::UrlUnusable},
+	};
+	for (const auto &c : unusable) {
+		EXPECT_EQ(make_output({{"Bad", c.url, c.key, true, {}}}).start().code, c.code) << c.url;
+		EXPECT_EQ(output_->destinations().at(0).error.code, c.code);
+		EXPECT_EQ(state(0), cv::StreamState::Failed);
+	}
+	EXPECT_EQ(make_output({{"Off", "rtmp://127.0.0.1/live", "key", false, {}}}).start().code,
+		  cv::ErrorCode::NoDestinationOn);
+	EXPECT_EQ(output_->start("no such id").code, cv::ErrorCode::NoSuchDestination);
 	EXPECT_EQ(encoder_count(), 0u);
 	EXPECT_TRUE(cvtest::mux_outputs().empty());
+
 	cvtest::RtmpServer server;
 	std::string error;
 	ASSERT_TRUE(server.start(&error)) << error;
-	cv::VerticalOutput &output = make_output({{"Only", server.app_url(), "errors"}});
-	ASSERT_TRUE(output.start());
+	cv::VerticalOutput &output = make_output({{"Only", server.app_url(), "errors", true, {}}});
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(cvtest::wait_until([] { return !cvtest::mux_outputs().empty(); }, 10000));
 	obs_output_t *mux = cvtest::mux_outputs().at(0);
 	EXPECT_STREQ(obs_encoder_get_id(obs_output_get_video_encoder(mux)), "obs_x264");
 	EXPECT_NE(obs_output_get_audio_encoder(mux, 0), nullptr);
 	const size_t encoders = encoder_count();
-	EXPECT_TRUE(output.start());
+	EXPECT_FALSE(output.start());
+	EXPECT_TRUE(output.wait_idle(std::chrono::milliseconds(300)) == false) << "it streams";
 	EXPECT_EQ(encoder_count(), encoders);
 	EXPECT_EQ(cvtest::mux_outputs().size(), 1u);
 
 	const struct {
 		long long code;
-		const char *last_error;
 		const char *reported; // null: nothing
 	} cases[] = {
-		{OBS_OUTPUT_ERROR, "Server said no", "Server said no"},
-		{OBS_OUTPUT_ERROR, nullptr, "Vertical output failed to connect.\nCheck your RTMP URL and stream key."},
-		{OBS_OUTPUT_SUCCESS, "ignored", nullptr},
-		{OBS_OUTPUT_BAD_PATH, "ignored", nullptr},
+		{OBS_OUTPUT_ERROR, "Only: Vertical output failed to connect.\nCheck your RTMP URL and stream key."},
+		{OBS_OUTPUT_ENCODE_ERROR, "Only: The video encoder stopped with an error"},
+		{OBS_OUTPUT_SUCCESS, nullptr},
+		{OBS_OUTPUT_BAD_PATH, nullptr},
 	};
 	for (const auto &c : cases) {
-		ASSERT_TRUE(output.start());
-		mux = cvtest::mux_outputs().at(0);
-		obs_output_set_last_error(mux, c.last_error);
-		obs_output_signal_stop(mux, int(c.code));
-		sleep_ms(300);
+		ASSERT_FALSE(output.start());
+		ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
+		obs_output_signal_stop(cvtest::mux_outputs().at(0), int(c.code));
+		ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
 		EXPECT_EQ(take_errors(), c.reported ? std::vector<std::string>{c.reported} : std::vector<std::string>{})
 			<< c.code;
-		ASSERT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 5000));
+		EXPECT_EQ(encoder_count(), 0u) << "the encoders go with the last output on them";
 	}
 }
 
@@ -130,19 +161,18 @@ TEST_F(VerticalOutputTest, TheStreamShowsTheCanvasAndNewSettingsWaitForTheNextSt
 	cvtest::RtmpServer nginx;
 	cvtest::SrtListener listener("passphrase=verysecret42");
 	ASSERT_TRUE(nginx.start(&error) && listener.start(&error)) << error;
-	cv::VerticalOutput &output = make_output({{"Main", nginx.app_url(), "vertical-key"}});
-	ASSERT_TRUE(output.start());
-	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
-	output.update_config(cv::OutputConfig{{{"Main", listener.url(), "vertical-key"}}});
+	cv::VerticalOutput &output = make_output({{"Main", nginx.app_url(), "vertical-key", true, {}}});
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
+	output.update_config(cv::OutputConfig{{{"Renamed", listener.url(), "vertical-key", true, "#1"}}});
+	EXPECT_EQ(state(0), cv::StreamState::Live) << "the same destination, live on its old address";
 	sleep_ms(1500);
 	output.stop();
-	// The host ends the capture on a thread of its own; until then a start only reports
-	// the stream as already running.
-	ASSERT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 5000));
-	ASSERT_TRUE(output.start());
-	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
+	ASSERT_FALSE(output.start()) << "a stop just asked for does not hold up a start";
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
 	sleep_ms(3000);
 	output.stop();
+	ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
 	const std::vector<std::string> files = listener.recordings();
 	ASSERT_EQ(files.size(), 1u);
 	EXPECT_EQ(nginx.recordings("vertical-key").size(), 1u);
@@ -172,7 +202,9 @@ TEST_F(VerticalOutputTest, TheStreamShowsTheCanvasAndNewSettingsWaitForTheNextSt
 
 // Two destinations on nginx publish from one encode while one points where nothing
 // listens, one at a server that never answers and one is switched off: the first two
-// stream whole, nobody hears of the others' failures in a box, and each says how it is.
+// stream whole, each failure is told by its destination's name, and each says how it is.
+// The refused one is brought up once its server is there, and stopped alone, leaving the
+// others' connections as they were.
 TEST_F(VerticalOutputTest, DestinationsShareOneEncodeAndFailAlone)
 {
 	std::string error;
@@ -180,35 +212,50 @@ TEST_F(VerticalOutputTest, DestinationsShareOneEncodeAndFailAlone)
 	ASSERT_TRUE(nginx.start(&error)) << error;
 	cvtest::SilentTcpServer silent;
 	const std::string nowhere = "rtmp://127.0.0.1:" + std::to_string(cvtest::free_tcp_port()) + "/live";
-	cv::VerticalOutput &output =
-		make_output({{"A", nginx.app_url(), "key-a"},
-			     {"B", nginx.app_url(), "key-b"},
-			     {"Refused", nowhere, "key-c"},
-			     {"Silent", "rtmp://127.0.0.1:" + std::to_string(silent.port()) + "/live", "key-d"},
-			     {"Off", nginx.app_url(), "key-e", false}});
-	ASSERT_TRUE(output.start());
+	cv::VerticalOutput &output = make_output(
+		{{"A", nginx.app_url(), "key-a", true, {}},
+		 {"B", nginx.app_url(), "key-b", true, {}},
+		 {"Refused", nowhere, "key-c", true, {}},
+		 {"Silent", "rtmp://127.0.0.1:" + std::to_string(silent.port()) + "/live", "key-d", true, {}},
+		 {"Off", nginx.app_url(), "key-e", false, {}}});
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(wait_state(1, cv::StreamState::Live));
 	EXPECT_EQ(encoder_count(), 2u) << "one video and one audio encoder for all";
-	ASSERT_TRUE(cvtest::wait_until([&] { return output.destinations()[1].state == cv::StreamState::Live; }, 20000));
 	sleep_ms(4000);
 	const std::vector<cv::DestinationStatus> status = output.destinations();
 	const std::vector<cv::StreamState> states = {cv::StreamState::Live, cv::StreamState::Live,
 						     cv::StreamState::Failed, cv::StreamState::Connecting,
 						     cv::StreamState::Stopped};
 	for (size_t i = 0; i < states.size(); i++)
-		EXPECT_EQ(status[i].state, states[i]) << status[i].name << ": " << status[i].error;
+		EXPECT_EQ(status[i].state, states[i]) << status[i].name << ": " << english(status[i].error);
 	EXPECT_FALSE(status[4].enabled);
 	EXPECT_EQ(status[0].stats.dropped.video_frames + status[1].stats.dropped.video_frames, 0u);
+	EXPECT_EQ(take_errors(),
+		  std::vector<std::string>{"Refused: Stream rejected — check server URL and stream key"});
+
+	// The refused destination's address now leads to nginx: Start brings up that one alone.
+	cv::OutputConfig config = output.config();
+	config.destinations[2].url = nginx.app_url();
+	output.update_config(config);
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(wait_state(2, cv::StreamState::Live));
+	// Joined mid-picture-group, it waits for the encode's next keyframe.
+	sleep_ms(3000);
+	output.stop(output.destinations()[2].id);
+	ASSERT_TRUE(cvtest::wait_until([&] { return state(2) == cv::StreamState::Stopped; }, 5000));
+	EXPECT_EQ(state(0), cv::StreamState::Live);
 	output.stop();
-	ASSERT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 5000));
-	EXPECT_EQ(take_errors(), std::vector<std::string>{});
+	ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
 	nginx.stop();
-	for (const char *key : {"key-a", "key-b"}) {
+	for (const char *key : {"key-a", "key-b", "key-c"}) {
+		ASSERT_EQ(nginx.recordings(key).size(), 1u) << key << ": one connection, never touched";
 		const cvtest::StreamCheck check = cvtest::check_stream(nginx.recordings(key).at(0));
 		EXPECT_EQ(check.error, "") << key;
 		EXPECT_TRUE(check.starts_with_keyframe) << key;
 		EXPECT_LT(check.longest_gap, 0.1) << key;
-		EXPECT_GT(check.video_seconds, 3.5) << key;
 	}
+	for (const char *key : {"key-a", "key-b"})
+		EXPECT_GT(cvtest::check_stream(nginx.recordings(key).at(0)).video_seconds, 3.5) << key;
 	EXPECT_TRUE(nginx.recordings("key-e").empty());
 }
 
@@ -252,14 +299,14 @@ TEST_F(VerticalOutputTest, TheAudioIsTheActiveScenesOwn)
 	std::string error;
 	cvtest::RtmpServer nginx;
 	ASSERT_TRUE(nginx.start(&error)) << error;
-	cv::VerticalOutput &output = make_output({{"A", nginx.app_url(), "tones"}});
-	ASSERT_TRUE(output.start());
-	ASSERT_TRUE(cvtest::wait_mux_connected(20000));
+	cv::VerticalOutput &output = make_output({{"A", nginx.app_url(), "tones", true, {}}});
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
 	sleep_ms(3000);
 	ASSERT_TRUE(canvas_->set_active_scene("High"));
 	sleep_ms(3000);
 	output.stop();
-	ASSERT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 5000));
+	ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
 	nginx.stop();
 	const std::vector<float> pcm = cvtest::decode_audio(nginx.recordings("tones").at(0), 8000);
 	ASSERT_GT(pcm.size(), 8000u * 5);

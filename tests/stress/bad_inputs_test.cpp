@@ -16,16 +16,17 @@
 
 #include <obs-frontend-api.h>
 
-#include <chrono>
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 
 namespace {
 
 using cvtest::sleep_ms;
 
 enum class Outcome {
-	NotStarted,      // the start is refused at once
-	Rejected,        // starts, then stops by itself and reports kRejectedError
+	NotStarted,      // the start is refused at once, before any encoder is made
+	Rejected,        // starts, then stops by itself and reports the rejection
 	RejectedOrStops, // unreachable: rejected, or still connecting when the user stops it
 	Stops,           // still connecting after a while; the user's stop returns at once
 	Streams,         // the server takes the stream
@@ -71,9 +72,9 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		std::string key;
 		Outcome outcome;
 	} cases[] = {
-		{"no scheme", "127.0.0.1:{port}/live", "key1", Outcome::Rejected},
-		{"file scheme", "file:/tmp", "key1", Outcome::Rejected},
-		{"http scheme", "http://127.0.0.1:{port}/live", "key1", Outcome::Rejected},
+		{"no scheme", "127.0.0.1:{port}/live", "key1", Outcome::NotStarted},
+		{"file scheme", "file:/tmp", "key1", Outcome::NotStarted},
+		{"http scheme", "http://127.0.0.1:{port}/live", "key1", Outcome::NotStarted},
 		{"no host", "rtmp:///live", "key1", Outcome::Rejected},
 		{"no application", "rtmp://127.0.0.1:{port}", "key1", Outcome::Rejected},
 		{"unknown application", "rtmp://127.0.0.1:{port}/nosuchapp", "key1", Outcome::Rejected},
@@ -82,9 +83,9 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		{"unreachable address", "rtmp://192.0.2.1:1935/live", "key1", Outcome::RejectedOrStops},
 		{"accepts and never answers", "rtmp://127.0.0.1:" + std::to_string(silent.port()) + "/live", "key1",
 		 Outcome::Stops},
-		{"control characters", "rtmp://127.0.0.1:{port}/li\x01ve\x7f", "key1", Outcome::Rejected},
-		{"blank inside", "rtmp://127.0.0.1:{port}/live now", "key1", Outcome::Rejected},
-		{"64 KiB URL", "{rtmp}/" + std::string(64 * 1024, 'u'), "key1", Outcome::Rejected},
+		{"control characters", "rtmp://127.0.0.1:{port}/li\x01ve\x7f", "key1", Outcome::NotStarted},
+		{"blank inside", "rtmp://127.0.0.1:{port}/live now", "key1", Outcome::NotStarted},
+		{"64 KiB URL", "{rtmp}/" + std::string(64 * 1024, 'u'), "key1", Outcome::NotStarted},
 		{"URL with bytes that are not UTF-8", "{rtmp}\xff\xfe", "key1", Outcome::Rejected},
 		{"SRT without port", "srt://127.0.0.1", "", Outcome::Rejected},
 		{"SRT unknown mode", "{srt}?mode=sideways", "", Outcome::Rejected},
@@ -93,11 +94,11 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		{"empty key", "{rtmp}", "", Outcome::NotStarted},
 		{"blank key", "{rtmp}", "   ", Outcome::NotStarted},
 		{"key with blanks around", "{rtmp}", "  padded  ", Outcome::Streams},
-		{"key with blanks inside", "{rtmp}", "my stream key", Outcome::Rejected},
+		{"key with blanks inside", "{rtmp}", "my stream key", Outcome::NotStarted},
 		{"key with a slash", "{rtmp}", "team/vertical", Outcome::Rejected},
 		{"key of slashes", "{rtmp}", "///", Outcome::Streams},
 		{"key with a query", "{rtmp}", "key1?token=abcd", Outcome::Streams},
-		{"10 KiB key", "{rtmp}", std::string(10 * 1024, 'k'), Outcome::Rejected},
+		{"10 KiB key", "{rtmp}", std::string(10 * 1024, 'k'), Outcome::NotStarted},
 		{"key with bytes that are not UTF-8", "{rtmp}", "\xff\xfe-key", Outcome::Streams},
 		{"SRT", "{srt}", "", Outcome::Streams},
 	};
@@ -105,17 +106,21 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		SCOPED_TRACE(c.what);
 		std::atomic<int> rejections{0}, other_errors{0};
 		const std::string url = expand_servers(c.url);
-		cv::VerticalOutput output(&canvas, cv::OutputConfig{{{"", url, c.key}}, 800},
-					  [&](const std::string &error) {
-						  ++(error == cv::kRejectedError ? rejections : other_errors);
+		cv::VerticalOutput output(&canvas, cv::OutputConfig{{{"", url, c.key, true, {}}}, 800},
+					  [&](const std::string &, const cv::Error &error) {
+						  ++(error.code == cv::ErrorCode::Rejected ? rejections : other_errors);
 					  });
 		ASSERT_TRUE(output.init());
-		const bool started = output.start();
+		const bool started = !output.start();
 		EXPECT_EQ(started, c.outcome != Outcome::NotStarted);
-		if (!started)
+		if (!started) {
+			EXPECT_TRUE(cvtest::mux_outputs().empty())
+				<< "nothing is made for an address that cannot be used";
 			continue;
+		}
 		if (c.outcome == Outcome::Streams) {
-			EXPECT_TRUE(cvtest::wait_mux_connected(20000));
+			EXPECT_TRUE(cvtest::wait_until(
+				[&] { return output.destinations()[0].state == cv::StreamState::Live; }, 20000));
 			EXPECT_TRUE(output.is_active());
 		} else {
 			const int patience = c.outcome == Outcome::Rejected ? 30000 : 4000;
@@ -129,7 +134,7 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 		const auto stopping = std::chrono::steady_clock::now();
 		output.stop();
 		EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(1));
-		EXPECT_TRUE(cvtest::wait_until([&] { return !output.is_active(); }, 10000));
+		EXPECT_TRUE(output.wait_idle(std::chrono::seconds(10)));
 		sleep_ms(200);
 		EXPECT_LE(rejections, 1) << "a stop by the user is no error";
 		EXPECT_EQ(other_errors, 0);
@@ -144,12 +149,14 @@ TEST_F(BadInputsTest, StreamAddressesAndKeys)
 	}
 }
 
-// Profile files edited by hand, picked up by a profile switch: either the canvas is built
-// from them (and streams where the row says so) or the switch leaves no runtime; a good
-// file and another switch bring everything back, with the saved scenes.
+// Profile files edited by hand, picked up by a profile switch: a value that cannot be
+// used is replaced by its default, with a warning naming it, and the canvas is always
+// built (streaming where the row says so); a good file and another switch bring
+// everything back, with the scenes.
 TEST_F(BadInputsTest, HandEditedProfileFiles)
 {
-	const std::string stream = "[VerticalCanvas]\nrtmpurl={rtmp}\nstreamkey=edited\nvideobitrate=800\n";
+	const std::string address = "[VerticalCanvas]\nrtmpurl={rtmp}\nstreamkey=edited\n";
+	const std::string stream = address + "videobitrate=800\n";
 	const std::string size = "canvaswidth=360\ncanvasheight=640\n";
 	std::string binary;
 	for (int i = 0; i < 4096; i++)
@@ -157,23 +164,26 @@ TEST_F(BadInputsTest, HandEditedProfileFiles)
 	const struct {
 		const char *what;
 		std::string text;
-		uint32_t width; // 0: no runtime
+		uint32_t width;
 		uint32_t height;
+		const char *warned; // the key named in a warning, if any
 		bool streams;
 	} cases[] = {
-		{"zero width", stream + "canvaswidth=0\ncanvasheight=640\n", 0, 0, false},
-		{"negative height", stream + "canvaswidth=360\ncanvasheight=-640\n", 0, 0, false},
-		{"width past 32 bits", stream + "canvaswidth=4294967656\ncanvasheight=640\n", 0, 0, false},
-		{"width that is not a number", stream + "canvaswidth=wide\ncanvasheight=640\n", 0, 0, false},
-		{"zero frame rate denominator", stream + size + "fpsden=0\n", 0, 0, false},
-		{"huge frame rate", stream + size + "fpsnum=1000000\n", 0, 0, false},
-		{"fractional frame rate", stream + size + "fpsnum=30.5\n", 360, 640, true},
-		{"zero bitrate", stream + size + "videobitrate=0\n", 360, 640, true},
-		{"negative bitrate", stream + size + "videobitrate=-800\n", 360, 640, true},
-		{"unknown encoder preset", stream + size + "encoderpreset=warp9\n", 360, 640, true},
-		{"truncated file", "[VerticalCanvas]\nrtmpurl={rtmp}\ncanvasheight=64", 1080, 64, false},
-		{"file cut inside its section name", "[VerticalCanv", 1080, 1920, false},
-		{"binary file", binary, 1080, 1920, false},
+		{"zero width", stream + "canvaswidth=0\ncanvasheight=640\n", 1080, 640, "canvaswidth", true},
+		{"negative height", stream + "canvaswidth=360\ncanvasheight=-640\n", 360, 1920, "canvasheight", false},
+		{"width past 32 bits", stream + "canvaswidth=4294967656\ncanvasheight=640\n", 1080, 640, "canvaswidth",
+		 false},
+		{"width that is not a number", stream + "canvaswidth=wide\ncanvasheight=640\n", 1080, 640,
+		 "canvaswidth", false},
+		{"zero frame rate denominator", stream + size + "fpsden=0\n", 360, 640, "fpsden", true},
+		{"huge frame rate", stream + size + "fpsnum=1000000\n", 360, 640, "fpsnum", false},
+		{"fractional frame rate", stream + size + "fpsnum=30.5\n", 360, 640, nullptr, false},
+		{"zero bitrate", address + size + "videobitrate=0\n", 360, 640, "videobitrate", true},
+		{"unknown encoder preset", stream + size + "encoderpreset=warp9\n", 360, 640, "encoderpreset", false},
+		{"audio track 9", stream + size + "audiotrack=9\n", 360, 640, "audiotrack", false},
+		{"truncated file", "[VerticalCanvas]\nrtmpurl={rtmp}\ncanvasheight=64", 1080, 64, nullptr, false},
+		{"file cut inside its section name", "[VerticalCanv", 1080, 1920, nullptr, false},
+		{"binary file", binary, 1080, 1920, nullptr, false},
 	};
 	cvtest::write_file(global_file(),
 			   "[Scenes]\ncount=2\nactivescene=Talk\nscene_0_name=Talk\nscene_1_name=Game\n");
@@ -185,16 +195,20 @@ TEST_F(BadInputsTest, HandEditedProfileFiles)
 		SCOPED_TRACE(c.what);
 		cvtest::write_file(profile_file(), expand_servers(c.text));
 		cvtest::frontend::fire_event(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
-		ASSERT_EQ(plugin.canvas() != nullptr, c.width != 0);
-		if (plugin.canvas()) {
-			EXPECT_EQ(plugin.canvas()->width(), c.width);
-			EXPECT_EQ(plugin.canvas()->height(), c.height);
-		}
+		ASSERT_NE(plugin.canvas(), nullptr);
+		EXPECT_EQ(plugin.canvas()->width(), c.width);
+		EXPECT_EQ(plugin.canvas()->height(), c.height);
+		const std::vector<cv::SettingWarning> &warnings = plugin.setting_warnings();
+		EXPECT_EQ(std::any_of(warnings.begin(), warnings.end(),
+				      [&](const cv::SettingWarning &w) { return c.warned && w.key == c.warned; }),
+			  c.warned != nullptr);
 		if (c.streams) {
 			cvtest::frontend::fire_event(OBS_FRONTEND_EVENT_STREAMING_STARTING);
-			EXPECT_TRUE(cvtest::wait_mux_connected(20000));
+			EXPECT_TRUE(cvtest::wait_until(
+				[&] { return plugin.output()->destinations()[0].state == cv::StreamState::Live; },
+				20000));
 			cvtest::frontend::fire_event(OBS_FRONTEND_EVENT_STREAMING_STOPPED);
-			EXPECT_TRUE(cvtest::wait_until([&] { return !plugin.output()->is_active(); }, 10000));
+			EXPECT_TRUE(plugin.output()->wait_idle(std::chrono::seconds(10)));
 		}
 		cvtest::write_file(profile_file(), expand_servers(stream + size));
 		cvtest::frontend::fire_event(OBS_FRONTEND_EVENT_PROFILE_CHANGED);

@@ -51,9 +51,9 @@ void kill_and_restart(Server &server, const std::string &url, int rounds, int do
 {
 	cv::VerticalCanvas canvas(cv::CanvasConfig{360, 640, 30, 1, true});
 	ASSERT_TRUE(canvas.init());
-	cv::VerticalOutput output(&canvas, cv::OutputConfig{{{"", url, "again"}}, 800});
+	cv::VerticalOutput output(&canvas, cv::OutputConfig{{{"", url, "again", true, {}}}, 800});
 	ASSERT_TRUE(output.init());
-	ASSERT_TRUE(output.start());
+	ASSERT_FALSE(output.start());
 	auto wait_for_recordings = [&](size_t count) {
 		return cvtest::wait_until([&] { return recordings().size() >= count; }, 45000, 50);
 	};

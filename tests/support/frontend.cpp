@@ -1,6 +1,7 @@
 #include "frontend.h"
 
 #include <obs-frontend-api.h>
+#include <obs.hpp>
 #include <util/bmem.h>
 
 #include <QDockWidget>
@@ -14,8 +15,11 @@ namespace cvtest::frontend {
 namespace {
 
 std::string profile_dir;
+config_t *profile_config = nullptr;
 QMainWindow *main_window = nullptr;
 std::vector<std::pair<obs_frontend_event_cb, void *>> callbacks;
+std::vector<std::pair<obs_frontend_save_cb, void *>> save_callbacks;
+OBSDataAutoRelease collection;
 void (*add_dock_hook)() = nullptr;
 
 void added_dock(QDockWidget *dock)
@@ -26,11 +30,23 @@ void added_dock(QDockWidget *dock)
 		hook();
 }
 
+void save()
+{
+	collection = obs_data_create();
+	for (const auto &[callback, data] : std::vector(save_callbacks))
+		callback(collection, true, data);
+}
+
 } // namespace
 
 void set_profile_dir(const std::string &dir)
 {
 	profile_dir = dir;
+}
+
+void set_profile_config(config_t *config)
+{
+	profile_config = config;
 }
 
 void set_main_window(void *window)
@@ -41,8 +57,11 @@ void set_main_window(void *window)
 void reset()
 {
 	profile_dir.clear();
+	profile_config = nullptr;
 	main_window = nullptr;
 	callbacks.clear();
+	save_callbacks.clear();
+	collection = nullptr;
 	add_dock_hook = nullptr;
 }
 
@@ -55,6 +74,50 @@ void fire_event(int event)
 void on_next_add_dock(void (*hook)())
 {
 	add_dock_hook = hook;
+}
+
+obs_data_t *saved_collection()
+{
+	obs_data_addref(collection);
+	return collection.Get();
+}
+
+void load_collection(obs_data_t *modules)
+{
+	for (const auto &[callback, data] : std::vector(save_callbacks))
+		callback(modules, false, data);
+}
+
+int switch_profile(const std::string &dir, uint32_t width, uint32_t height)
+{
+	fire_event(OBS_FRONTEND_EVENT_PROFILE_CHANGING);
+	obs_video_info video = {};
+	obs_get_video_info(&video);
+	video.base_width = video.output_width = width;
+	video.base_height = video.output_height = height;
+	const int result = obs_reset_video(&video);
+	profile_dir = dir;
+	fire_event(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+	return result;
+}
+
+void switch_collection(const std::function<void()> &make, obs_data_t *modules)
+{
+	save();
+	fire_event(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGING);
+	for (uint32_t channel = 0; channel < MAX_CHANNELS; channel++)
+		obs_set_output_source(channel, nullptr);
+	auto remove = [](void *, obs_source_t *source) {
+		obs_source_remove(source);
+		return true;
+	};
+	obs_enum_scenes(remove, nullptr);
+	obs_enum_sources(remove, nullptr);
+	fire_event(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP);
+	make();
+	if (modules)
+		load_collection(modules);
+	fire_event(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
 }
 
 } // namespace cvtest::frontend
@@ -74,7 +137,7 @@ char *obs_frontend_get_current_record_output_path(void)
 
 config_t *obs_frontend_get_profile_config(void)
 {
-	return nullptr;
+	return profile_config;
 }
 
 void *obs_frontend_get_main_window(void)
@@ -114,6 +177,41 @@ void obs_frontend_remove_event_callback(obs_frontend_event_cb callback, void *da
 			callbacks.erase(it);
 			return;
 		}
+}
+
+void obs_frontend_add_save_callback(obs_frontend_save_cb callback, void *data)
+{
+	save_callbacks.emplace_back(callback, data);
+}
+
+void obs_frontend_remove_save_callback(obs_frontend_save_cb callback, void *data)
+{
+	for (auto it = save_callbacks.begin(); it != save_callbacks.end(); ++it)
+		if (it->first == callback && it->second == data) {
+			save_callbacks.erase(it);
+			return;
+		}
+}
+
+// The host saves its collection a moment later; here at once.
+void obs_frontend_save(void)
+{
+	save();
+}
+
+// As the host: the profile's video settings, refused while an output runs.
+void obs_frontend_reset_video(void)
+{
+	obs_video_info video = {};
+	if (!obs_get_video_info(&video))
+		return;
+	if (profile_config) {
+		video.base_width = uint32_t(config_get_uint(profile_config, "Video", "BaseCX"));
+		video.base_height = uint32_t(config_get_uint(profile_config, "Video", "BaseCY"));
+		video.output_width = uint32_t(config_get_uint(profile_config, "Video", "OutputCX"));
+		video.output_height = uint32_t(config_get_uint(profile_config, "Video", "OutputCY"));
+	}
+	obs_reset_video(&video);
 }
 
 // Like the host: the widget goes into a dock widget named after the id.

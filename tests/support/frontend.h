@@ -1,13 +1,19 @@
 #pragma once
 
+#include <obs.h>
+#include <util/config-file.h>
+
+#include <functional>
 #include <string>
 
-// A stand-in for the host's front-end API: its events, main window and profile folder,
-// as the test decides.
+// A stand-in for the host's front-end API: its events, main window, profile and scene
+// collection, as the test decides, and the host's own sequences of them.
 namespace cvtest::frontend {
 
 // Reported as the current profile's folder; empty makes the front end answer null.
 void set_profile_dir(const std::string &dir);
+// The profile's host settings (basic.ini), or null; not owned.
+void set_profile_config(config_t *config);
 // What obs_frontend_get_main_window reports (a QMainWindow*), null by default.
 void set_main_window(void *window);
 void reset();
@@ -17,5 +23,20 @@ void fire_event(int event);
 // Runs `hook` inside the next dock registration, as a host would that raises an event
 // from inside a call the plug-in makes.
 void on_next_add_dock(void (*hook)());
+
+// The scene collection's module data as the plug-in last saved it (the host saves on
+// obs_frontend_save); a new reference.
+obs_data_t *saved_collection();
+// The host's load of a collection's module data, as at start-up and at a switch.
+void load_collection(obs_data_t *modules);
+
+// The host's profile switch: PROFILE_CHANGING, its video reset for the new profile (to
+// `width` x `height`), the new profile folder, PROFILE_CHANGED. The reset's result.
+int switch_profile(const std::string &dir, uint32_t width, uint32_t height);
+// The host's scene collection switch: its save of the old one, SCENE_COLLECTION_CHANGING,
+// every source removed and released (as it clears its scene data), SCENE_COLLECTION_CLEANUP,
+// `make` building the new collection's sources, the load of `modules` (null for a
+// collection that has none), SCENE_COLLECTION_CHANGED.
+void switch_collection(const std::function<void()> &make, obs_data_t *modules);
 
 } // namespace cvtest::frontend

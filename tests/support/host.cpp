@@ -193,6 +193,8 @@ void HostTest::SetUp()
 
 void HostTest::TearDown()
 {
+	// The stand-in front end holds the scene collection it saved.
+	frontend::reset();
 	EXPECT_TRUE(!started_ || stop_host() == 0) << "libobs allocations still outstanding after shutdown";
 	if (!getenv("CV_TEST_KEEP"))
 		std::filesystem::remove_all(temp_dir_);

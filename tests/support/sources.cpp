@@ -43,7 +43,7 @@ uint32_t Image::rgb(uint32_t x, uint32_t y) const
 	return (uint32_t(p[0]) << 16) | (uint32_t(p[1]) << 8) | p[2];
 }
 
-Image render_view(obs_view_t *view, uint32_t width, uint32_t height)
+Image render(const std::function<void()> &draw, uint32_t width, uint32_t height)
 {
 	Image image;
 	obs_enter_graphics();
@@ -56,7 +56,7 @@ Image render_view(obs_view_t *view, uint32_t width, uint32_t height)
 		gs_ortho(0.0f, float(width), 0.0f, float(height), -100.0f, 100.0f);
 		gs_blend_state_push();
 		gs_blend_function(GS_BLEND_ONE, GS_BLEND_ZERO);
-		obs_view_render(view);
+		draw();
 		gs_blend_state_pop();
 		gs_texrender_end(texrender);
 

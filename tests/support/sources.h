@@ -3,6 +3,7 @@
 #include <obs.hpp>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,8 @@ struct Image {
 	uint32_t rgb(uint32_t x, uint32_t y) const; // 0xRRGGBB
 };
 
-// Renders a view at the given size and reads it back.
-Image render_view(obs_view_t *view, uint32_t width, uint32_t height);
+// Renders what `draw` draws at the given size and reads it back.
+Image render(const std::function<void()> &draw, uint32_t width, uint32_t height);
 
 // Whether two colours are the same but for compression and rounding.
 bool close_to(uint32_t seen, uint32_t expected);

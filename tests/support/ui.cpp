@@ -4,31 +4,29 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QInputDialog>
+#include <QListWidget>
 #include <QMessageBox>
 
 namespace cvtest {
 
-ModalAnswerer::ModalAnswerer(std::function<void(QWidget *)> answer)
+bool answer_dialog(QWidget *parent, const char *name, const std::function<void(QWidget *)> &answer)
 {
-	QObject::connect(&timer_, &QTimer::timeout, [this, answer] {
-		QWidget *modal = QApplication::activeModalWidget();
-		if (!modal || !modal->isVisible())
-			return;
-		answered_++;
-		if (auto *box = qobject_cast<QMessageBox *>(modal))
-			last_text_ = box->text();
-		answer(modal);
-		// The modal lives on until its exec() returns, after this slot.
-		if (auto *dialog = qobject_cast<QDialog *>(modal); dialog && dialog->isVisible())
-			dialog->reject();
-	});
-	timer_.start(10);
+	process_events_for(50);
+	QWidget *dialog = nullptr;
+	for (QWidget *child : parent->findChildren<QWidget *>(name))
+		if (child->isVisible())
+			dialog = child;
+	if (!dialog)
+		return false;
+	answer(dialog);
+	process_events_for(50);
+	return true;
 }
 
 std::function<void(QWidget *)> type_and_accept(const QString &text)
 {
-	return [text](QWidget *modal) {
-		if (auto *input = qobject_cast<QInputDialog *>(modal)) {
+	return [text](QWidget *dialog) {
+		if (auto *input = qobject_cast<QInputDialog *>(dialog)) {
 			input->setTextValue(text);
 			input->accept();
 		}
@@ -37,10 +35,18 @@ std::function<void(QWidget *)> type_and_accept(const QString &text)
 
 std::function<void(QWidget *)> press_button(int standard_button)
 {
-	return [standard_button](QWidget *modal) {
-		auto *box = qobject_cast<QMessageBox *>(modal);
+	return [standard_button](QWidget *dialog) {
+		auto *box = qobject_cast<QMessageBox *>(dialog);
 		if (QAbstractButton *button = box ? box->button(QMessageBox::StandardButton(standard_button)) : nullptr)
 			button->click();
+	};
+}
+
+std::function<void(QWidget *)> choose_row(const char *list, int row)
+{
+	return [list, row](QWidget *dialog) {
+		dialog->findChild<QListWidget *>(list)->setCurrentRow(row);
+		qobject_cast<QDialog *>(dialog)->accept();
 	};
 }
 

@@ -1,31 +1,22 @@
 #pragma once
 
 #include <QString>
-#include <QTimer>
 #include <QWidget>
 
 #include <functional>
 
-// Answers to the modal boxes and dialogs the widgets open (they block inside exec()).
+// Answers to the dialogs the widgets open beside the host's window (none of them modal).
 namespace cvtest {
 
-// Until destroyed, hands every modal that shows up to `answer` and rejects it if that
-// left it open; counts them and keeps the last message box's text.
-class ModalAnswerer {
-public:
-	explicit ModalAnswerer(std::function<void(QWidget *)> answer);
-	int answered() const { return answered_; }
-	const QString &last_text() const { return last_text_; }
+// Finds the visible dialog named `name` among `parent`'s children, hands it to `answer`
+// and lets the answer take effect; false when there is no such dialog.
+bool answer_dialog(QWidget *parent, const char *name, const std::function<void(QWidget *)> &answer);
 
-private:
-	int answered_ = 0;
-	QString last_text_;
-	QTimer timer_;
-};
-
-// Answers: type text into an input dialog and press Ok; press a message box's button.
+// Answers: type text into an input dialog and press Ok; press a message box's button;
+// pick a row of a dialog's list and accept.
 std::function<void(QWidget *)> type_and_accept(const QString &text);
 std::function<void(QWidget *)> press_button(int standard_button);
+std::function<void(QWidget *)> choose_row(const char *list, int row);
 
 void process_events_for(int ms);
 

@@ -9,6 +9,7 @@
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
 
+#include <QApplication>
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
@@ -25,23 +26,20 @@ protected:
 	QListWidget *list() { return dock_child<QListWidget>("sceneList"); }
 	QString text(const char *label) { return dock_child<QLabel>(label)->text(); }
 
-	// Clicks a dock button, answering every modal it opens; the last box's text.
-	QString click(const char *button, std::function<void(QWidget *)> answer, int expected_modals = 1)
+	// Clicks a dock button and answers the dialog it opens beside the host's window,
+	// which stays usable meanwhile.
+	void click(const char *button, const char *dialog, const std::function<void(QWidget *)> &answer)
 	{
-		cvtest::ModalAnswerer answerer(std::move(answer));
 		dock_child(button)->click();
-		EXPECT_EQ(answerer.answered(), expected_modals) << button;
-		return answerer.last_text();
+		EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << button;
+		EXPECT_TRUE(cvtest::answer_dialog(plugin_->dock(), dialog, answer)) << button;
 	}
-	// Picks this row of the scene dialog's list and accepts.
-	static std::function<void(QWidget *)> choose_source(int row)
+	// The vertical scenes as the host's scene collection now holds them.
+	std::string saved() const
 	{
-		return [row](QWidget *modal) {
-			modal->findChild<QListWidget *>("sourceList")->setCurrentRow(row);
-			qobject_cast<QDialog *>(modal)->accept();
-		};
+		OBSDataAutoRelease collection = cvtest::frontend::saved_collection();
+		return collection ? obs_data_get_json(collection) : "";
 	}
-	std::string saved() const { return cvtest::read_file(global_file()); }
 };
 
 } // namespace
@@ -54,7 +52,7 @@ TEST_F(DockTest, ShowsTheCanvasAndEditsItThroughItsDialogs)
 
 	// A status line per destination, also for one switched off; Record is offered.
 	cv::PluginConfig config = plugin_->settings();
-	config.destinations.push_back({"Backup", "rtmp://127.0.0.1:1/live", "k", false});
+	config.destinations.push_back({"Backup", "rtmp://127.0.0.1:1/live", "k", false, {}});
 	plugin_->save_settings(config);
 	plugin_->dock()->onStatusTick();
 	auto *statuses = dock_child<QListWidget>("destinationStatusList");
@@ -63,28 +61,32 @@ TEST_F(DockTest, ShowsTheCanvasAndEditsItThroughItsDialogs)
 	EXPECT_EQ(statuses->item(1)->text(), QString::fromUtf8("Backup \u2014 Off"));
 	EXPECT_TRUE(dock_child("recordButton")->isEnabled());
 
-	// Add trims the typed name and saves; a name taken already is refused as typed.
-	click("addButton", cvtest::type_and_accept("  Intro  "));
+	// Add trims the typed name and saves it with the collection; a name taken already is
+	// refused, said below the buttons.
+	click("addButton", "addSceneDialog", cvtest::type_and_accept("  Intro  "));
 	EXPECT_EQ(canvas().scene_names(), (Names{"Scene 1", "Intro"}));
-	EXPECT_NE(saved().find("scene_1_name=Intro\n"), std::string::npos) << saved();
-	EXPECT_EQ(click("addButton", cvtest::type_and_accept(" Intro"), 2), "A scene named \" Intro\" already exists.");
+	EXPECT_NE(saved().find("\"Intro\""), std::string::npos) << saved();
+	click("addButton", "addSceneDialog", cvtest::type_and_accept(" Intro"));
+	EXPECT_EQ(text("errorLabel"), "A scene named \"Intro\" already exists");
 
 	// Rename the selected item; a cancelled remove keeps it, Yes removes it.
 	list()->setCurrentRow(1);
-	click("renameButton", cvtest::type_and_accept("Outro"));
+	click("renameButton", "renameSceneDialog", cvtest::type_and_accept("Outro"));
+	EXPECT_TRUE(text("errorLabel").isEmpty());
 	list()->setCurrentRow(1);
-	click("removeButton", cvtest::press_button(QMessageBox::Cancel));
+	click("removeButton", "removeSceneDialog", cvtest::press_button(QMessageBox::Cancel));
 	EXPECT_EQ(canvas().scene_names(), (Names{"Scene 1", "Outro"}));
 	list()->setCurrentRow(1);
-	click("removeButton", cvtest::press_button(QMessageBox::Yes));
+	click("removeButton", "removeSceneDialog", cvtest::press_button(QMessageBox::Yes));
 	EXPECT_EQ(canvas().scene_names(), Names{"Scene 1"});
-	EXPECT_NE(saved().find("count=1\n"), std::string::npos) << saved();
+	EXPECT_EQ(saved().find("Outro"), std::string::npos) << saved();
 
 	// Assign needs a selection; the dialog's choice shows in the list.
 	list()->setCurrentItem(nullptr);
-	EXPECT_EQ(click("assignButton", cvtest::press_button(QMessageBox::Ok)), "Select a scene from the list first.");
+	dock_child("assignButton")->click();
+	EXPECT_EQ(text("errorLabel"), "Select a scene from the list first.");
 	list()->setCurrentRow(0);
-	click("assignButton", choose_source(1));
+	click("assignButton", "sceneConfigDialog", cvtest::choose_row("sourceList", 1));
 	EXPECT_EQ(canvas().scene_source_name("Scene 1"), "Main");
 	EXPECT_EQ(list()->item(0)->text(), QString::fromUtf8("\u25BA Scene 1 [Main]"));
 
@@ -97,43 +99,36 @@ TEST_F(DockTest, ShowsTheCanvasAndEditsItThroughItsDialogs)
 	EXPECT_EQ(text("sceneLabel"), "Scene: B");
 }
 
-// A script switches to a profile whose canvas cannot be built while one of the dock's
-// dialogs is open: the answer finds no canvas and does nothing, a box says why, the
-// dock offers nothing, and the next good profile brings back the same scenes.
+// A script switches profile while one of the dock's dialogs is open: the answer goes to
+// the new runtime (or, between the two, finds none and does nothing), and the same
+// scenes come back at the new profile's size.
 TEST_F(DockTest, AProfileSwitchDuringADialogLeavesTheDockSafe)
 {
 	OBSSceneAutoRelease main = cvtest::make_band_scene("Main", {0xFF0000});
 	load("canvaswidth=360\ncanvasheight=640\n");
-	ASSERT_TRUE(canvas().create_scene("Talk"));
+	ASSERT_FALSE(plugin_->create_scene("Talk"));
 	const struct {
 		const char *button;
+		const char *dialog;
 		std::function<void(QWidget *)> answer;
 	} dialogs[] = {
-		{"addButton", cvtest::type_and_accept("New")},
-		{"renameButton", cvtest::type_and_accept("Renamed")},
-		{"removeButton", cvtest::press_button(QMessageBox::Yes)},
-		{"assignButton", choose_source(1)},
+		{"addButton", "addSceneDialog", cvtest::type_and_accept("New")},
+		{"renameButton", "renameSceneDialog", cvtest::type_and_accept("Renamed")},
+		{"removeButton", "removeSceneDialog", cvtest::press_button(QMessageBox::Yes)},
+		{"assignButton", "sceneConfigDialog", cvtest::choose_row("sourceList", 1)},
 	};
 	for (const auto &d : dialogs) {
 		SCOPED_TRACE(d.button);
 		list()->setCurrentRow(1);
-		bool switched = false;
-		cvtest::ModalAnswerer answerer([&](QWidget *modal) {
-			if (std::exchange(switched, true))
-				return; // the failed rebuild's box
-			cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvaswidth=0\n");
-			fire(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
-			d.answer(modal);
-		});
 		dock_child(d.button)->click();
-		cvtest::process_events_for(300);
+		fire(OBS_FRONTEND_EVENT_PROFILE_CHANGING);
 		EXPECT_EQ(plugin_->canvas(), nullptr);
-		EXPECT_TRUE(answerer.last_text().startsWith("Failed to rebuild the vertical canvas"));
 		EXPECT_EQ(list()->count() + dock_child<QListWidget>("destinationStatusList")->count(), 0);
 		EXPECT_EQ(text("statusLabel"), "No output");
 		for (const char *button :
 		     {"addButton", "removeButton", "renameButton", "assignButton", "startButton", "recordButton"})
 			EXPECT_FALSE(dock_child(button)->isEnabled()) << button;
+		ASSERT_TRUE(cvtest::answer_dialog(plugin_->dock(), d.dialog, d.answer)); // finds no canvas
 		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING); // nothing to start, nothing to crash
 
 		cvtest::write_file(profile_file(), "[VerticalCanvas]\ncanvaswidth=270\ncanvasheight=480\n");
@@ -154,6 +149,19 @@ TEST_F(DockTest, ShowsTheFiguresOfAStreamingDestination)
 	ASSERT_TRUE(nginx.start(&error)) << error;
 	load("canvaswidth=360\ncanvasheight=640\nrtmpurl=" + nginx.app_url() + "\nstreamkey=figures\n");
 	dock_child("startButton")->click();
+	ASSERT_TRUE(cvtest::wait_until(
+		[&] {
+			cvtest::process_events_for(50);
+			return plugin_->output()->destinations()[0].kbps > 0;
+		},
+		15000));
+	// The line stops its destination alone, and starts it again.
+	auto *statuses = dock_child<QListWidget>("destinationStatusList");
+	plugin_->dock()->onDestinationToggled(statuses->item(0));
+	ASSERT_TRUE(plugin_->output()->wait_idle(std::chrono::seconds(5)));
+	plugin_->dock()->onStatusTick();
+	EXPECT_EQ(statuses->item(0)->text(), QString::fromUtf8("Destination 1 \u2014 Stopped"));
+	plugin_->dock()->onDestinationToggled(statuses->item(0));
 	ASSERT_TRUE(cvtest::wait_until(
 		[&] {
 			cvtest::process_events_for(50);

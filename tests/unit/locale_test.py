@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Every text key the code uses is in en-US.ini; each translation has exactly its keys and each
-text the English one's %1, %2; the engine still writes the messages the error box translates."""
+text the English one's %1, %2; the errors' English words are the English texts."""
 
 import re
 import sys
@@ -28,10 +28,12 @@ for source in sorted((root / "src").rglob("*.[ch]*")):
     used |= {key for key in re.findall(r'"([A-Za-z]+\.[\w.]+)"', code) if key.split(".")[0] in groups}
     problems += [f"{source.relative_to(root)}: no text for {key}" for key in sorted(used - english.keys())]
 
-engine = "".join(p.read_text(encoding="utf-8") for p in sorted((root / "src").glob("[os]*/*.[ch]*")))
-table = (root / "src/ui/stream_error_box.cpp").read_text(encoding="utf-8")
-for message in re.findall(r'\{"((?:[^"\\]|\\.)*)",\s*"Error\.', table):
-    problems += [f"the engine no longer writes {part!r}" for part in message.split("%1") if part not in engine]
+# The English words of the errors (for the log and websocket clients) are the English texts.
+errors = (root / "src/base/errors.cpp").read_text(encoding="utf-8")
+for key, words in re.findall(r'"(Error\.\w+)",\s*((?:"(?:[^"\\]|\\.)*"\s*)+)\}', errors):
+    joined = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', words))
+    if english.get(key) != joined:
+        problems.append(f"errors.cpp: the English words of {key} differ from en-US.ini")
 
 for path in sorted((root / "data/locale").glob("*.ini")):
     texts = read(path)
