@@ -6,6 +6,11 @@
 #include <cstring>
 #include <vector>
 
+extern "C" {
+#include <libavformat/avio.h>
+#include <libavutil/opt.h>
+}
+
 namespace cv {
 
 namespace {
@@ -223,6 +228,16 @@ std::string ffmpeg_value(const std::optional<std::string> &value)
 	return text;
 }
 
+// One of the options of FFmpeg's SRT protocol, which are what it reads from an address.
+bool is_srt_option(const std::string &name)
+{
+	const AVClass *options = avio_protocol_get_class("srt");
+	const AVOption *option = options && !name.empty()
+					 ? av_opt_find(&options, name.c_str(), nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ)
+					 : nullptr;
+	return option && option->type != AV_OPT_TYPE_CONST;
+}
+
 bool has_srt_stream_id(const std::string &url)
 {
 	const std::vector<Parameter> parameters = srt_parameters(url);
@@ -364,7 +379,7 @@ SrtAddress split_srt_address(const std::string &url)
 		} else if (equals_ignore_case(parameter.name, "passphrase")) {
 			if (parameter.name == "passphrase" && !result.passphrase)
 				result.passphrase = ffmpeg_value(parameter.value);
-		} else if (parameter.end > parameter.begin) {
+		} else if (is_srt_option(parameter.name)) {
 			kept += (kept.empty() ? "" : "&") +
 				address.substr(parameter.begin, parameter.end - parameter.begin);
 		}

@@ -66,11 +66,12 @@ std::string mask_url_for_log(const std::string &url, const std::string &key);
 // showing it should then be masked like the key's.
 bool url_has_secret(const std::string &url);
 
-// An SRT address split for FFmpeg: `url` without user name and password and without
-// any "streamid" or "passphrase" parameter (in any letter case), and the values FFmpeg
-// would have read from those ('+' as a blank, the first of each name), to be handed over
-// as the protocol's options. FFmpeg quotes the address it fails to connect to in its own
-// log; that quote then holds no secret.
+// An SRT address split for FFmpeg: `url` without user name and password, without any
+// "streamid" or "passphrase" parameter (in any letter case) and without parameters that
+// are none of FFmpeg's SRT options (it reads nothing from them), and the values FFmpeg
+// would have read from the stream id and passphrase ('+' as a blank, the first of each
+// name), to be handed over as the protocol's options. FFmpeg quotes the address it fails
+// to connect to in its own log; that quote then holds no secret.
 struct SrtAddress {
 	std::string url;
 	std::optional<std::string> streamid;

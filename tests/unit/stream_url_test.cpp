@@ -110,7 +110,7 @@ TEST(StreamUrl, SrtSecretsLeaveTheAddressAsFFmpegReadsThem)
 		 "srt://h:1?latency=200"},
 		{"srt://h:1?passphrase=x&streamid=s1&streamid=s2&StreamID=s3&PASSPHRASE=p", "srt://h:1"},
 		{"srt://h:1?streamid&mode=caller", "srt://h:1?mode=caller"},
-		{"srt://h:1?streamid=a=b?c#d&&latency=1&", "srt://h:1?latency=1"},
+		{"srt://h:1?streamid=a=b?c#d&&latency=1&token=t&", "srt://h:1?latency=1"},
 		{"srt://h:1/p@q?latency=1", "srt://h:1/p@q?latency=1"},
 		{"srt://h:1", "srt://h:1"},
 	};
