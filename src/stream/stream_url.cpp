@@ -149,6 +149,14 @@ void hide_occurrences(const std::string &text, const std::vector<size_t> &from, 
 	}
 }
 
+int hex_value(char c)
+{
+	if (c >= '0' && c <= '9')
+		return c - '0';
+	const char l = lower(c);
+	return l >= 'a' && l <= 'f' ? l - 'a' + 10 : -1;
+}
+
 // The key as it stands in the address, and with any of its bytes written as %XX
 // escapes (in either letter case, also bytes that need none).
 void mark_key(const std::string &url, const std::string &key, Marks &marks)
@@ -160,9 +168,10 @@ void mark_key(const std::string &url, const std::string &key, Marks &marks)
 	std::vector<size_t> from;
 	for (size_t i = 0; i < url.size();) {
 		from.push_back(i);
-		if (url[i] == '%' && i + 2 < url.size() && std::isxdigit(static_cast<unsigned char>(url[i + 1])) &&
-		    std::isxdigit(static_cast<unsigned char>(url[i + 2]))) {
-			decoded += static_cast<char>(std::stoi(url.substr(i + 1, 2), nullptr, 16));
+		const int high = i + 2 < url.size() && url[i] == '%' ? hex_value(url[i + 1]) : -1;
+		const int low = high >= 0 ? hex_value(url[i + 2]) : -1;
+		if (low >= 0) {
+			decoded += static_cast<char>(high * 16 + low);
 			i += 3;
 		} else {
 			decoded += url[i++];
