@@ -25,8 +25,9 @@ Error address_problem(const DestinationSettings &settings)
 	const StreamUrl built = build_stream_url(settings.url, settings.key);
 	if (built.url.empty())
 		return ErrorCode::KeyEmpty;
-	if (const std::string problem = stream_url_problem(built.url); !problem.empty())
-		return {ErrorCode::UrlUnusable, problem};
+	for (const std::string &problem : {stream_url_problem(built.url), stream_key_problem(settings.url, settings.key)})
+		if (!problem.empty())
+			return {ErrorCode::UrlUnusable, problem};
 	return {};
 }
 

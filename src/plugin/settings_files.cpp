@@ -7,9 +7,14 @@
 #include <util/platform.h>
 
 #include <algorithm>
+#include <fcntl.h>
 #include <filesystem>
+#include <map>
+#include <mutex>
 #include <string>
+#include <sys/stat.h>
 #include <type_traits>
+#include <unistd.h>
 #include <variant>
 
 namespace cv {
@@ -28,9 +33,35 @@ std::string host_string(char *text)
 	return owned ? std::string(owned.Get()) : std::string();
 }
 
+// The profile's file holds stream keys: it is kept readable and writable by its owner
+// only. Such files by handle, with their paths, for the saves.
+std::mutex owner_only_mutex;
+std::map<const config_t *, std::string> owner_only_files;
+
+std::string owner_only_path(const config_t *config)
+{
+	std::lock_guard lock(owner_only_mutex);
+	const auto found = owner_only_files.find(config);
+	return found == owner_only_files.end() ? std::string() : found->second;
+}
+
+void restrict_to_owner(const std::string &path, const char *what)
+{
+	namespace fs = std::filesystem;
+	std::error_code error;
+	fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write, fs::perm_options::replace, error);
+	if (error)
+		log_warning("Could not make the %s config readable by its owner only (%s): %s", what,
+			    error.message().c_str(), path.c_str());
+}
+
 // Opens one of the files; `what` names it in the log.
 void open_file(ConfigFile &file, const std::string &path, const char *what)
 {
+	{
+		std::lock_guard lock(owner_only_mutex);
+		owner_only_files.erase(file);
+	}
 	file.Close();
 	if (path.empty()) {
 		log_warning("Could not resolve %s config path", what);
@@ -51,6 +82,15 @@ void open_file(ConfigFile &file, const std::string &path, const char *what)
 		return;
 	}
 	log_info("Loaded the %s config from %s", what, path.c_str());
+	if (std::filesystem::path(path).filename() != kProfileConfigFile)
+		return;
+	{
+		std::lock_guard lock(owner_only_mutex);
+		owner_only_files[file] = path;
+	}
+	constexpr auto others = std::filesystem::perms::group_all | std::filesystem::perms::others_all;
+	if (std::filesystem::exists(status) && (status.permissions() & others) != std::filesystem::perms::none)
+		restrict_to_owner(path, what);
 }
 
 // Saves the way every save of this plug-in does: a "tmp" file first, no backup. A file
@@ -58,8 +98,22 @@ void open_file(ConfigFile &file, const std::string &path, const char *what)
 // writing an empty file as a failure).
 void save_file(config_t *config, const char *what)
 {
-	if (config && config_num_sections(config) > 0 && config_save_safe(config, "tmp", nullptr) != CONFIG_SUCCESS)
+	if (!config || config_num_sections(config) == 0)
+		return;
+	// The host writes the "tmp" file anew but keeps the mode of one that is there, so
+	// the keys are never readable by others, not even while it is written.
+	const std::string owner_only = owner_only_path(config);
+	if (!owner_only.empty()) {
+		const int fd = open((owner_only + ".tmp").c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+		if (fd >= 0) {
+			fchmod(fd, 0600);
+			close(fd);
+		}
+	}
+	if (config_save_safe(config, "tmp", nullptr) != CONFIG_SUCCESS)
 		log_warning("Failed to save %s config", what);
+	else if (!owner_only.empty())
+		restrict_to_owner(owner_only, what);
 }
 
 std::string get_string(config_t *config, const char *section, const char *key)

@@ -1,6 +1,7 @@
 #include "connection.h"
 
 #include "annexb.h"
+#include "stream_url.h"
 
 #include "base/log.h"
 
@@ -112,7 +113,17 @@ Connection::~Connection()
 bool Connection::open(std::string *error)
 {
 	AVDictionary *options = nullptr;
-	if (!destination_.srt) {
+	std::string url = destination_.url;
+	if (destination_.srt) {
+		// FFmpeg quotes the address it fails to reach in its own log: the stream id and
+		// passphrase go to it as options instead, and the address it sees has neither.
+		const SrtAddress address = split_srt_address(destination_.url);
+		url = address.url;
+		if (address.streamid)
+			av_dict_set(&options, "streamid", address.streamid->c_str(), 0);
+		if (address.passphrase)
+			av_dict_set(&options, "passphrase", address.passphrase->c_str(), 0);
+	} else {
 		// Commands and chunk headers go out at once, not after the server's delayed
 		// acknowledgement of what went before.
 		av_dict_set(&options, "tcp_nodelay", "1", 0);
@@ -122,7 +133,7 @@ bool Connection::open(std::string *error)
 		av_dict_set(&options, "rtmp_swfurl", destination_.tc_url.c_str(), 0);
 		av_dict_set(&options, "rtmp_pageurl", "", 0);
 	}
-	const int rc = avio_open2(&io_, destination_.url.c_str(), AVIO_FLAG_WRITE, &interrupt_, &options);
+	const int rc = avio_open2(&io_, url.c_str(), AVIO_FLAG_WRITE, &interrupt_, &options);
 	av_dict_free(&options);
 	if (rc < 0) {
 		io_ = nullptr;
@@ -135,8 +146,9 @@ bool Connection::open(std::string *error)
 bool Connection::start(const StreamLayout &layout, std::string *error)
 {
 	const bool srt = destination_.srt;
-	if (avformat_alloc_output_context2(&format_, nullptr, srt ? "mpegts" : "flv", destination_.url.c_str()) < 0 ||
-	    !format_) {
+	// No address: the muxer writes to the connection made already, and nothing it might
+	// print can quote the key.
+	if (avformat_alloc_output_context2(&format_, nullptr, srt ? "mpegts" : "flv", nullptr) < 0 || !format_) {
 		*error = "avformat_alloc_output_context2 failed";
 		return false;
 	}

@@ -32,6 +32,7 @@ struct Destination {
 	std::string tc_url;  // the RTMP application address; empty for SRT
 	std::string log_url; // the address as a log may show it
 	bool srt = false;
+	std::string problem; // why the key cannot be sent as entered, when it cannot
 };
 
 // What the streams of every connection are built from: the canvas and the encoders'

@@ -224,7 +224,10 @@ bool cv_mux_start(void *data)
 	{
 		std::lock_guard lock(mux->settings_mutex);
 		const StreamUrl built = build_stream_url(mux->server, mux->key);
-		destination = {built.url, built.tc_url, mask_url_for_log(built.url, mux->key), is_srt_url(built.url)};
+		destination = {built.url, built.tc_url, mask_url_for_log(built.url, mux->key), is_srt_url(built.url),
+			       stream_key_problem(mux->server, mux->key)};
+		if (srt_key_ignored(mux->server, mux->key))
+			log_warning("The stream key is not used: the SRT address has a stream id of its own");
 		std::lock_guard layout_lock(mux->layout_mutex);
 		mux->fps = {int(mux->fps_num), int(mux->fps_den)};
 	}

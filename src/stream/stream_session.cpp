@@ -174,7 +174,9 @@ SessionStats StreamSession::stats() const
 
 void StreamSession::run()
 {
-	if (const std::string problem = stream_url_problem(destination_.url); !problem.empty()) {
+	const std::string problem = destination_.problem.empty() ? stream_url_problem(destination_.url)
+								 : destination_.problem;
+	if (!problem.empty()) {
 		log_error("Unusable stream address (%s): %s", problem.c_str(), destination_.log_url.c_str());
 		fail(Failure::Stream, ErrorCode::Rejected);
 		return;

@@ -11,11 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <optional>
 #include <string>
 #include <vector>
 
 extern "C" {
 #include <libavutil/avutil.h>
+#include <libavutil/parseutils.h>
 }
 
 namespace {
@@ -106,19 +108,46 @@ void check_packet(const Bytes &payload, const Bytes &headers)
 	}
 }
 
-// Every streamid/passphrase value in a masked address is the mask.
-void check_parameters_masked(const std::string &masked)
+// What FFmpeg's SRT protocol reads from an address for one option, by its own parser.
+std::optional<std::string> ffmpeg_reads(const std::string &url, const char *option)
 {
-	std::string lower = masked;
-	std::transform(lower.begin(), lower.end(), lower.begin(),
-		       [](unsigned char c) { return char(std::tolower(c)); });
-	for (size_t sep = lower.find_first_of("?&"); sep != std::string::npos; sep = lower.find_first_of("?&", sep + 1))
-		for (const std::string name : {"streamid=", "passphrase="})
-			if (lower.compare(sep + 1, name.size(), name) == 0) {
-				const size_t value = sep + 1 + name.size();
-				CHECK(masked.compare(value, 4, "****") == 0 &&
-				      (value + 4 == masked.size() || masked[value + 4] == '&'));
-			}
+	const char *query = strchr(url.c_str(), '?');
+	std::string value(url.size() + 1, '\0');
+	if (!query || !av_find_info_tag(value.data(), int(value.size()), option, query))
+		return std::nullopt;
+	return std::string(value.c_str());
+}
+
+// Secrets put into the fuzzed address where the masking must find them, whatever the
+// rest of it holds: behind a user name, as a query value, and as the key.
+void check_masking(const std::string &server, const std::string &key)
+{
+	const std::string secret = "Zq9xK";
+	const std::string password = "rtmp://u:" + secret + "@" + server;
+	const std::string query = server + (server.find('?') == std::string::npos ? "?" : "&") + "t=" + secret;
+	for (const std::string *address : {&password, &query}) {
+		if (address->find(secret) != address->rfind(secret))
+			continue;
+		CHECK(cv::url_has_secret(*address));
+		CHECK(cv::mask_url_for_log(*address, "").find(secret) == std::string::npos);
+	}
+	const std::string trimmed_key = cv::trim_blanks(key);
+	// A key made of '*' could be rebuilt from masks and the text around them.
+	if (!trimmed_key.empty() && trimmed_key.find('*') == std::string::npos)
+		CHECK(cv::mask_url_for_log(server, key).find(trimmed_key) == std::string::npos);
+}
+
+// FFmpeg gets the same SRT options from the split address and its options as from the
+// address itself, and the split address holds no secret option.
+void check_srt_split(const std::string &url)
+{
+	if (url.find('\0') != std::string::npos)
+		return;
+	const cv::SrtAddress split = cv::split_srt_address(url);
+	CHECK(split.streamid == ffmpeg_reads(url, "streamid"));
+	CHECK(split.passphrase == ffmpeg_reads(url, "passphrase"));
+	CHECK(!ffmpeg_reads(split.url, "streamid") && !ffmpeg_reads(split.url, "passphrase"));
+	CHECK(ffmpeg_reads(split.url, "latency") == ffmpeg_reads(url, "latency"));
 }
 
 void check_urls(const std::string &server, const std::string &key)
@@ -126,23 +155,26 @@ void check_urls(const std::string &server, const std::string &key)
 	const std::string trimmed = cv::trim_blanks(server);
 	CHECK(trimmed.empty() ||
 	      (!std::isspace((unsigned char)trimmed.front()) && !std::isspace((unsigned char)trimmed.back())));
+	const std::string trimmed_key = cv::trim_blanks(key);
 	const cv::StreamUrl built = cv::build_stream_url(server, key);
 	if (trimmed.empty()) {
 		CHECK(built.url.empty() && built.tc_url.empty());
 	} else if (cv::is_srt_url(trimmed)) {
-		CHECK(built.url == trimmed && built.tc_url.empty());
+		CHECK(built.tc_url.empty() && built.url.compare(0, trimmed.size(), trimmed) == 0);
+		if (trimmed_key.empty() || cv::srt_key_ignored(server, key))
+			CHECK(built.url == trimmed);
+		else if (cv::stream_key_problem(server, key).empty() && built.url.find('\0') == std::string::npos)
+			CHECK(ffmpeg_reads(built.url, "streamid") == trimmed_key);
+		check_srt_split(built.url);
 	} else if (!built.url.empty()) {
-		CHECK(built.tc_url.empty() || built.tc_url.back() != '/');
-		CHECK(built.url == built.tc_url + "/" + cv::trim_blanks(key));
+		// Without its user part, the application address may be the bare scheme.
+		CHECK(built.tc_url.empty() || built.tc_url.back() != '/' ||
+		      built.tc_url.compare(built.tc_url.size() - 3, 3, "://") == 0);
+		CHECK(built.url.size() >= built.tc_url.size() + 1 + trimmed_key.size());
+		CHECK(built.url.compare(built.url.size() - trimmed_key.size(), trimmed_key.size(), trimmed_key) == 0);
 	}
-
-	const std::string trimmed_key = cv::trim_blanks(key);
-	for (const std::string *address : {&server, &built.url}) {
-		check_parameters_masked(cv::mask_url_for_log(*address, ""));
-		// A key made of '*' could be rebuilt from masks and the text around them.
-		if (!trimmed_key.empty() && trimmed_key.find('*') == std::string::npos)
-			CHECK(cv::mask_url_for_log(*address, key).find(trimmed_key) == std::string::npos);
-	}
+	check_masking(server, key);
+	check_masking(built.url, key);
 }
 
 } // namespace

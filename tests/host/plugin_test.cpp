@@ -77,7 +77,16 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 	edited.encoderpreset = "medium";
 	plugin->save_settings(edited);
 	plugin->unload();
+	// The file holds the keys: its owner's alone after every save, and once opened again.
+	namespace fs = std::filesystem;
+	const std::string file = profile_dir() + "/nested/Main/corvane-vertical-canvas.ini";
+	const auto mode = [&] {
+		return int(fs::status(file).permissions() & fs::perms::all);
+	};
+	EXPECT_EQ(mode(), 0600);
+	fs::permissions(file, fs::perms::all);
 	const cv::PluginConfig read = load().settings();
+	EXPECT_EQ(mode(), 0600);
 	ASSERT_EQ(read.destinations.size(), 3u);
 	edited.destinations[1].name = "Destination 2";
 	for (size_t i = 0; i < 3; i++)
@@ -90,8 +99,7 @@ TEST_F(PluginTest, SettingsAreReadSavedAndReadAgain)
 	// Removed destinations leave nothing behind.
 	edited.destinations.resize(1);
 	plugin->save_settings(edited);
-	EXPECT_EQ(cvtest::read_file(profile_dir() + "/nested/Main/corvane-vertical-canvas.ini").find("three"),
-		  std::string::npos);
+	EXPECT_EQ(cvtest::read_file(file).find("three"), std::string::npos);
 	EXPECT_EQ(read.videobitrate, 6000u);
 	EXPECT_EQ(plugin->canvas()->width(), 720u) << "the canvas is built from the file";
 	EXPECT_EQ(read.fpsden, 1001u);

@@ -10,6 +10,10 @@
 
 #include <X11/Xlib.h>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
@@ -38,6 +42,24 @@ void capture_log(int level, const char *format, va_list args, void *)
 	static const bool verbose = getenv("CV_TEST_VERBOSE") != nullptr;
 	if (verbose || level <= LOG_ERROR)
 		fprintf(stderr, "[obs %d] %s\n", level, line);
+}
+
+// FFmpeg's own messages, as many as its log level lets through (the host shows them or
+// they go to stderr), are kept with the host's lines, so that a test can look for
+// secrets in both.
+void capture_ffmpeg_log(void *context, int level, const char *format, va_list args)
+{
+	va_list copy;
+	va_copy(copy, args);
+	av_log_default_callback(context, level, format, copy);
+	va_end(copy);
+	if (level > av_log_get_level())
+		return;
+	char line[8192];
+	int prefix = 1;
+	av_log_format_line(context, level, format, args, line, sizeof(line), &prefix);
+	std::lock_guard lock(log_mutex);
+	log_lines.emplace_back(std::string("[ffmpeg] ") + line);
 }
 
 ChildProcess &xvfb()
@@ -180,6 +202,7 @@ void HostTest::SetUp()
 	temp_dir_ = make_temp_dir("cv-host-test-");
 	ASSERT_FALSE(temp_dir_.empty());
 	base_set_log_handler(capture_log, nullptr);
+	av_log_set_callback(capture_ffmpeg_log);
 	{
 		std::lock_guard lock(log_mutex);
 		log_lines.clear();
