@@ -129,8 +129,8 @@ class ObsSession:
     def plugin_config_dir(self):
         return self.obs_config / "plugin_config" / PLUGIN
 
-    def _write_profile(self, name, plugin_settings):
-        w, h = self.base_size
+    def _write_profile(self, name, plugin_settings, base_size=None):
+        w, h = base_size or self.base_size
         folder = self.obs_config / "basic" / "profiles" / name
         folder.mkdir(parents=True, exist_ok=True)
         (folder / "basic.ini").write_text(ini({
@@ -149,7 +149,10 @@ class ObsSession:
             (folder / "service.json").write_text(json.dumps(
                 {"type": "rtmp_custom", "settings": {"server": server, "key": key, "use_auth": False}}))
         if plugin_settings:
-            (folder / f"{PLUGIN}.ini").write_text(ini({"VerticalCanvas": plugin_settings}))
+            # Values that are themselves dicts are sections of their own ("Destination2").
+            sections = {"VerticalCanvas": {k: v for k, v in plugin_settings.items() if not isinstance(v, dict)}}
+            sections.update({k: v for k, v in plugin_settings.items() if isinstance(v, dict)})
+            (folder / f"{PLUGIN}.ini").write_text(ini(sections))
 
     def prepare(self):
         self.home.mkdir(parents=True, exist_ok=True)
@@ -178,15 +181,20 @@ class ObsSession:
         }))
 
         self._write_profile(PROFILE, self.profile_settings)
+        # Extra profiles: {name: plug-in settings}, or {name: (plug-in settings, (width, height))}
+        # for one of another video size.
         for name, settings in self.extra_profiles.items():
-            self._write_profile(name, settings)
+            self._write_profile(name, *(settings if isinstance(settings, tuple) else (settings,)))
         if self.global_settings:
             self.plugin_config_dir.mkdir(parents=True, exist_ok=True)
             (self.plugin_config_dir / "settings-global.ini").write_text(ini(self.global_settings))
 
         scenes = self.obs_config / "basic" / "scenes"
         scenes.mkdir(parents=True, exist_ok=True)
-        (scenes / f"{COLLECTION}.json").write_text(json.dumps(three_band_collection(w, h)))
+        # A second run in the same home keeps what the first saved in its collection.
+        collection = scenes / f"{COLLECTION}.json"
+        if not collection.exists():
+            collection.write_text(json.dumps(three_band_collection(w, h)))
 
         # Installed the way a user installs it: into the per-user plug-in folder.
         subprocess.run(["cmake", "--install", str(self.build_dir), "--prefix", str(self.plugins_dir)],

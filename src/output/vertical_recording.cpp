@@ -7,6 +7,7 @@
 #include <util/platform.h>
 #include <util/util.hpp>
 
+#include <cstring>
 #include <filesystem>
 #include <string_view>
 #include <thread>
@@ -44,12 +45,13 @@ Container container_for(std::string_view format)
 // "<date> <time> vertical.<extension>" in the folder, never a file that exists.
 std::string new_file_path(const std::string &folder, const char *extension)
 {
-	BPtr<char> stamp = os_generate_formatted_filename(nullptr, true, "%CCYY-%MM-%DD %hh-%mm-%ss");
-	const std::string base = folder + "/" + (stamp ? stamp.Get() : "recording") + " vertical";
-	std::string path = base + "." + extension;
-	for (int n = 2; std::filesystem::exists(path); n++)
-		path = base + " (" + std::to_string(n) + ")." + extension;
-	return path;
+	BPtr<char> name = os_generate_formatted_filename(extension, true, "%CCYY-%MM-%DD %hh-%mm-%ss vertical");
+	const std::string path = folder + "/" + (name ? name.Get() : std::string("recording vertical.") + extension);
+	const std::string base = path.substr(0, path.size() - strlen(extension) - 1);
+	std::string free = path;
+	for (int n = 2; std::filesystem::exists(free); n++)
+		free = base + " (" + std::to_string(n) + ")." + extension;
+	return free;
 }
 
 } // namespace

@@ -88,23 +88,25 @@ class Automation(unittest.TestCase):
         self.assertEqual(status["scenes"], [{"sceneName": "Intro", "hostSceneName": "Main"},
                                             {"sceneName": "Outro", "hostSceneName": ""}])
         self.assertEqual([(d["name"], d["state"]) for d in status["destinations"]], [("Destination 1", "stopped")])
+        self.assertEqual(len(status["destinations"][0]["id"]), 16)
 
         # Bad requests are answered, never fatal.
         with self.assertRaises(ObsError):
             self.call("NoSuchRequest")
-        for kind, data, error in [
-            ("SetActiveScene", {}, 'Missing field "sceneName"'),
-            ("SetActiveScene", {"sceneName": 5}, 'Field "sceneName" must be a string'),
-            ("SetActiveScene", {"sceneName": ["Intro"]}, 'Field "sceneName" must be a string'),
-            ("SetActiveScene", {"sceneName": "Nowhere"}, 'No vertical scene is named "Nowhere"'),
-            ("CreateScene", {"sceneName": "  "}, "A scene name cannot be empty"),
-            ("CreateScene", {"sceneName": " Intro "}, 'A scene named "Intro" already exists'),
-            ("RemoveScene", {"sceneName": "intro"}, 'No vertical scene is named "intro"'),
-            ("AssignHostScene", {"sceneName": "Outro"}, 'Missing field "hostSceneName"'),
-            ("AssignHostScene", {"sceneName": "Outro", "hostSceneName": "Nowhere"},
+        for kind, data, code, error in [
+            ("SetActiveScene", {}, "MissingField", 'Missing field "sceneName"'),
+            ("SetActiveScene", {"sceneName": 5}, "FieldNotString", 'Field "sceneName" must be a string'),
+            ("SetActiveScene", {"sceneName": ["Intro"]}, "FieldNotString", 'Field "sceneName" must be a string'),
+            ("SetActiveScene", {"sceneName": "Nowhere"}, "NoSuchScene", 'No vertical scene is named "Nowhere"'),
+            ("CreateScene", {"sceneName": "  "}, "SceneNameEmpty", "A scene name cannot be empty"),
+            ("CreateScene", {"sceneName": " Intro "}, "SceneExists", 'A scene named "Intro" already exists'),
+            ("RemoveScene", {"sceneName": "intro"}, "NoSuchScene", 'No vertical scene is named "intro"'),
+            ("AssignHostScene", {"sceneName": "Outro"}, "MissingField", 'Missing field "hostSceneName"'),
+            ("AssignHostScene", {"sceneName": "Outro", "hostSceneName": "Nowhere"}, "NoSuchHostScene",
              'No OBS scene is named "Nowhere"'),
+            ("StartStreaming", {"destination": "Nowhere"}, "NoSuchDestination", 'No destination is named "Nowhere"'),
         ]:
-            self.assertEqual(self.call(kind, data), {"ok": False, "error": error}, (kind, data))
+            self.assertEqual(self.call(kind, data), {"ok": False, "errorCode": code, "error": error}, (kind, data))
 
         # Scene edits are kept at once, as the dock's are.
         for kind, data in [("CreateScene", {"sceneName": " Talk "}), ("AssignHostScene",
@@ -112,10 +114,10 @@ class Automation(unittest.TestCase):
                            ("SetActiveScene", {"sceneName": "Talk"})]:
             self.assertEqual(self.call(kind, data), {"ok": True}, kind)
         events.until("ActiveSceneChanged", sceneName="Talk")
-        stored = (obs.plugin_config_dir / "settings-global.ini").read_text()
-        for line in ("count=2", "scene_1_name=Talk", "scene_1_source=Main"):
-            self.assertIn(line, stored)
-        self.assertNotIn("Outro", stored)
+        # Kept in the scene collection, which the host saves a moment later.
+        expected = {"active": "Talk", "scenes": [{"name": "Intro", "hostScene": "Main"},
+                                                 {"name": "Talk", "hostScene": "Main"}]}
+        self.assertTrue(wait_until(lambda: obs.saved_vertical_scenes() == expected), obs.saved_vertical_scenes())
 
         # Scene hotkeys wrap around the list [Intro, Talk]; a key bound in the host's
         # settings works as well.

@@ -4,6 +4,7 @@ exit apart from ours."""
 
 import argparse
 import functools
+import json
 import os
 import resource
 import shutil
@@ -16,13 +17,15 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts" / "lib"))
 
-from obs_session import PLUGIN, ObsError, ObsSession  # noqa: E402
+from obs_session import COLLECTION, PLUGIN, ObsError, ObsSession  # noqa: E402
 from Xlib import X, XK, display as xdisplay  # noqa: E402
 from Xlib.ext import xtest  # noqa: E402
 
 ARGS = argparse.Namespace(build_dir=None)
 KEEP = bool(os.environ.get("CV_TEST_KEEP"))
 DOCK = "Vertical Canvas"
+VENDOR = "corvane-vertical-canvas"
+NOTICE = "Vertical Canvas — Stream Error"
 
 
 class HostCrash(ObsError):
@@ -100,6 +103,41 @@ class E2eSession(ObsSession):
         if "obs-websocket.so" in frames[0]:
             return "the websocket server's network thread"
         return None
+
+    def vendor(self, kind, data=None, replies=None):
+        """One of the plug-in's websocket requests; its reply (kept in `replies` if given)."""
+        request = {"vendorName": VENDOR, "requestType": kind}
+        if data:  # the server refuses an empty object
+            request["requestData"] = data
+        reply = self.request("CallVendorRequest", request)["responseData"]
+        if replies is not None:
+            replies.append(json.dumps(reply))
+        return reply
+
+    def saved_vertical_scenes(self):
+        """The vertical scenes as the host last saved them in the scene collection (None
+        while the host replaces the file)."""
+        try:
+            collection = json.loads((self.obs_config / "basic" / "scenes" / f"{COLLECTION}.json").read_text())
+        except (OSError, ValueError):
+            return None
+        return collection.get("modules", {}).get(VENDOR)
+
+    def closes_at_once(self, timeout=30):
+        """Asks obs to quit as a user does, at its main window only (again every few seconds,
+        as the host may miss the first), and waits: True when it ended with every other
+        window left as it was (nothing of the plug-in's held the quit up)."""
+        deadline = time.monotonic() + timeout
+        while time.monotonic() < deadline:
+            wid = self.main_window()
+            if wid is not None:
+                self._send_delete(wid)
+            try:
+                self.obs.wait(5)
+                return True
+            except subprocess.TimeoutExpired:
+                continue
+        return False
 
     def press_keys(self, *chords, pause=0.3):
         """Types key chords, e.g. ("Alt_L", "t"), ("Up",), into the main window, focused
