@@ -6,6 +6,7 @@
 #include "timed_mux_output.h"
 
 #include "canvas/vertical_canvas.h"
+#include "base/encoder_order.h"
 #include "output/vertical_output.h"
 #include "servers.h"
 #include "sources.h"
@@ -63,7 +64,7 @@ void BM_DestinationsCpu(benchmark::State &state)
 		cv::OutputConfig config;
 		config.bitrate_kbps = 6000;
 		config.encoder_preset = "ultrafast";
-		config.preferred_encoder = "x264";
+		config.preferred_encoder = cv::kX264Encoder;
 		for (int i = 0; i < count; i++)
 			config.destinations.push_back({"", server.app_url(), "dest" + std::to_string(i), true, {}});
 		auto output = std::make_unique<cv::VerticalOutput>(&canvas, config);

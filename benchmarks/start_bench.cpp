@@ -6,6 +6,7 @@
 #include "bench_util.h"
 #include "timed_mux_output.h"
 
+#include "base/encoder_order.h"
 #include "canvas/vertical_canvas.h"
 #include "stream/mux_output.h"
 #include "output/vertical_output.h"
@@ -104,7 +105,7 @@ void BM_StartToFirstByte(benchmark::State &state)
 		cv::OutputConfig config;
 		const std::string key = "vertical" + suffix;
 		config.destinations = {{"", server_url, key, true, {}}};
-		config.preferred_encoder = state.range(0) == 0 ? "auto" : "x264";
+		config.preferred_encoder = state.range(0) == 0 ? cv::kAutomaticEncoder : cv::kX264Encoder;
 		cv::VerticalOutput output(&canvas, config);
 		output.init();
 

@@ -33,6 +33,7 @@ const Known kKnown[] = {
 	{ErrorCode::UrlEmpty, "UrlEmpty", "Error.UrlEmpty", "RTMP URL is empty"},
 	{ErrorCode::KeyEmpty, "KeyEmpty", "Error.KeyEmpty", "The stream key is empty"},
 	{ErrorCode::UrlUnusable, "UrlUnusable", "Error.UrlUnusable", "The server URL cannot be used: %1"},
+	{ErrorCode::NoSuchService, "NoSuchService", "Error.NoSuchService", "OBS does not list the service \"%1\""},
 	{ErrorCode::Rejected, "Rejected", "Error.Rejected", "Stream rejected — check server URL and stream key"},
 	{ErrorCode::NoAnswer, "NoAnswer", "Error.NoAnswer",
 	 "The server did not answer within 10 s — check the server URL"},

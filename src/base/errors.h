@@ -29,6 +29,7 @@ enum class ErrorCode {
 	UrlEmpty,
 	KeyEmpty,
 	UrlUnusable, // detail: what is wrong with the address
+	NoSuchService, // detail: the service
 	Rejected,
 	NoAnswer,
 	ConnectFailed,

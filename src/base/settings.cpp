@@ -1,6 +1,7 @@
 #include "settings.h"
 
 #include "canvas_format.h"
+#include "encoder_order.h"
 
 #include <algorithm>
 #include <iterator>
@@ -59,8 +60,15 @@ PluginConfig sanitized(const PluginConfig &config, std::vector<SettingWarning> *
 		replace("audiotrack", c.audiotrack, defaults.audiotrack);
 	if (c.videobitrate < kMinVideoKbps || c.videobitrate > kMaxVideoKbps)
 		replace("videobitrate", c.videobitrate, std::clamp(c.videobitrate, kMinVideoKbps, kMaxVideoKbps));
-	if (std::find_if(std::begin(kEncoderPresets), std::end(kEncoderPresets),
-			 [&](const char *preset) { return c.encoderpreset == preset; }) == std::end(kEncoderPresets))
+	if (c.keyintsec < 1 || c.keyintsec > kMaxKeyintSec)
+		replace("keyintsec", c.keyintsec, defaults.keyintsec);
+	if (c.encoder.empty())
+		replace("encoder", c.encoder, defaults.encoder);
+	// Other encoders' presets are theirs to know; x264's are these.
+	const bool x264 = c.encoder == kAutomaticEncoder || c.encoder == kX264Encoder;
+	if (x264 && std::find_if(std::begin(kEncoderPresets), std::end(kEncoderPresets), [&](const char *preset) {
+			    return c.encoderpreset == preset;
+		    }) == std::end(kEncoderPresets))
 		replace("encoderpreset", c.encoderpreset, defaults.encoderpreset);
 	if (c.destinations.empty())
 		c.destinations.push_back(new_destination(0));
@@ -88,6 +96,9 @@ OutputConfig output_config(const PluginConfig &config)
 	output.destinations = config.destinations;
 	output.bitrate_kbps = config.videobitrate;
 	output.encoder_preset = config.encoderpreset;
+	output.preferred_encoder = config.encoder;
+	output.keyint_sec = config.keyintsec;
+	output.low_latency = config.lowlatency;
 	return output;
 }
 

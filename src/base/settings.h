@@ -13,11 +13,16 @@ namespace cv {
 // One place the vertical stream goes to. The key stays out of every log line.
 struct DestinationSettings {
 	std::string name;
+	// The server's address; for one of the host's services, the server chosen from its
+	// list (empty: the service's first).
 	std::string url;
 	std::string key;
 	bool enabled = true;
 	// Stable for the destination's life, whatever else of it changes.
-	std::string id;
+	std::string id = {};
+	// One of the services the host's own stream settings list, by name; empty for an
+	// address typed in ("Custom").
+	std::string service = {};
 };
 
 // How many destinations a profile can hold.
@@ -43,7 +48,13 @@ struct PluginConfig {
 	uint32_t fpsden = 1;
 	bool autostartwithmain = true;
 	bool autorecordwithmain = true;
+	// "auto", or the id of one of the host's H.264 encoders.
+	std::string encoder = "auto";
+	// The chosen encoder's preset (x264's with "auto"); empty for the encoder's own.
 	std::string encoderpreset = "veryfast";
+	uint32_t keyintsec = 2;
+	// x264's "zerolatency": no lookahead, no B-frames; a softer picture at the same bitrate.
+	bool lowlatency = false;
 	bool useactivesceneaudio = true;
 	uint32_t audiotrack = 1;
 };
@@ -90,15 +101,20 @@ struct CanvasConfig {
 inline constexpr uint32_t kMinVideoKbps = 500;
 inline constexpr uint32_t kMaxVideoKbps = 51000;
 
+// The keyframe intervals offered, in seconds; platforms want 2.
+inline constexpr uint32_t kMaxKeyintSec = 10;
+
 // What the vertical output is built from.
 struct OutputConfig {
 	std::vector<DestinationSettings> destinations;
 	uint32_t bitrate_kbps = 4000;
 	std::string encoder_preset = "veryfast";
 	std::string preferred_encoder = "auto";
+	uint32_t keyint_sec = 2;
+	bool low_latency = false;
 };
 
-// The x264 presets offered, fastest first.
+// x264's presets, fastest first.
 inline constexpr const char *kEncoderPresets[] = {"ultrafast", "superfast", "veryfast", "faster",  "fast",
 						  "medium",    "slow",      "slower",   "veryslow"};
 
@@ -113,8 +129,8 @@ struct SettingWarning {
 // The settings with every value that cannot be used replaced by its default, and which
 // were: a canvas size or frame rate the host's renderer cannot take, an audio track
 // outside 1 to 6, a bitrate outside the offered range (some of the host's encoders
-// refuse to start without one), a preset x264 does not know. Destinations without a
-// name or id get their default name and a new id.
+// refuse to start without one), a keyframe interval outside 1 to 10 s, an x264 preset x264
+// does not know. Destinations without a name or id get their default name and a new id.
 PluginConfig sanitized(const PluginConfig &config, std::vector<SettingWarning> *warnings);
 
 // Built from sanitized settings.

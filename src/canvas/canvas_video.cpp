@@ -21,130 +21,11 @@ bool mix_info(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_de
 
 } // namespace
 
-#if LIBOBS_API_MAJOR_VER >= 31
 
-// The host's own canvas object keeps its mix through resets and says when it made a new
-// one.
-
-CanvasVideo::CanvasVideo() = default;
-
-CanvasVideo::~CanvasVideo()
-{
-	close();
-}
-
-OBSCanvasAutoRelease CanvasVideo::make_canvas(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_den)
-{
-	obs_video_info ovi = {};
-	if (!mix_info(width, height, fps_num, fps_den, &ovi))
-		return nullptr;
-	// Private and never saved with the host's scene collection.
-	OBSCanvasAutoRelease canvas = obs_canvas_create_private("cv_vertical_canvas", &ovi, EPHEMERAL);
-	if (canvas && !obs_canvas_get_video(canvas)) {
-		obs_canvas_remove(canvas);
-		return nullptr;
-	}
-	return canvas;
-}
-
-// Puts `canvas` in the old one's place, showing what the old one showed.
-void CanvasVideo::take(OBSCanvasAutoRelease canvas)
-{
-	reset_signal_.Disconnect();
-	OBSCanvasAutoRelease old;
-	{
-		std::lock_guard lock(canvas_mutex_);
-		old = std::move(canvas_);
-		canvas_ = std::move(canvas);
-	}
-	if (canvas_) {
-		if (old) {
-			OBSSourceAutoRelease shown = obs_canvas_get_channel(old, 0);
-			obs_canvas_set_channel(canvas_, 0, shown);
-		}
-		reset_signal_.Connect(obs_canvas_get_signal_handler(canvas_), "video_reset", on_canvas_reset, this);
-		generation_++;
-	}
-	if (old) {
-		obs_canvas_set_channel(old, 0, nullptr);
-		obs_canvas_remove(old);
-	}
-}
-
-bool CanvasVideo::open(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_den)
-{
-	close();
-	return resize(width, height, fps_num, fps_den);
-}
-
-bool CanvasVideo::resize(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_den)
-{
-	OBSCanvasAutoRelease canvas = make_canvas(width, height, fps_num, fps_den);
-	if (!canvas)
-		return false;
-	width_ = width;
-	height_ = height;
-	fps_num_ = fps_num;
-	fps_den_ = fps_den;
-	take(std::move(canvas));
-	return true;
-}
-
-void CanvasVideo::close()
-{
-	take(nullptr);
-}
-
-bool CanvasVideo::is_open() const
-{
-	std::lock_guard lock(canvas_mutex_);
-	return canvas_ != nullptr;
-}
-
-video_t *CanvasVideo::video()
-{
-	return canvas_ ? obs_canvas_get_video(canvas_) : nullptr;
-}
-
-video_t *CanvasVideo::fresh_video()
-{
-	return video();
-}
-
-void CanvasVideo::set_source(obs_source_t *source)
-{
-	if (canvas_)
-		obs_canvas_set_channel(canvas_, 0, source);
-}
-
-OBSSourceAutoRelease CanvasVideo::source() const
-{
-	return canvas_ ? obs_canvas_get_channel(canvas_, 0) : nullptr;
-}
-
-void CanvasVideo::render()
-{
-	OBSCanvasAutoRelease canvas;
-	{
-		std::lock_guard lock(canvas_mutex_);
-		canvas = obs_canvas_get_ref(canvas_);
-	}
-	if (canvas)
-		obs_canvas_render(canvas);
-}
-
-// Inside the host's reset, on the thread that called it.
-void CanvasVideo::on_canvas_reset(void *data, calldata_t *)
-{
-	static_cast<CanvasVideo *>(data)->generation_++;
-}
-
-#else
-
-// An older host frees the view's mix at a reset and makes none again, and nothing tells
-// when. So the mix is made anew whenever encoders are to be made on it and none uses the
-// old one: a reset is refused while any encoder uses a mix, so an encoder never finds
-// its mix gone.
+// The host frees the view's mix at a reset and makes none again, and nothing tells when.
+// So the mix is made anew whenever encoders are to be made on it and none uses the old
+// one: a reset is refused while any encoder uses a mix, so an encoder never finds its mix
+// gone.
 
 CanvasVideo::CanvasVideo() = default;
 
@@ -244,6 +125,5 @@ void CanvasVideo::render()
 		obs_view_render(view_);
 }
 
-#endif
 
 } // namespace cv

@@ -49,8 +49,8 @@ public:
 	uint32_t fps_num() const { return fps_num_; }
 	uint32_t fps_den() const { return fps_den_; }
 	const CanvasConfig &config() const { return config_; }
-	// The canvas's video. What encoders are made on is fresh_video(): the same, made anew
-	// on older hosts, whose resets of their video free it; only while no encoder uses it.
+	// The canvas's video. What encoders are made on is fresh_video(): the same, made anew,
+	// since the host's resets of its video free it; only while no encoder uses it.
 	video_t *video() { return video_.video(); }
 	video_t *fresh_video() { return video_.fresh_video(); }
 	// Changes whenever video() or audio() do: encoders made before are not joined.

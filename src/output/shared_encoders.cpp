@@ -1,5 +1,8 @@
 #include "shared_encoders.h"
 
+#include "host_encoders.h"
+
+#include "base/encoder_order.h"
 #include "base/log.h"
 #include "stream/mux_output.h"
 
@@ -14,34 +17,21 @@ namespace cv {
 
 namespace {
 
-constexpr const char *kX264Options = "bframes=0:aud=1:repeat-headers=1";
 constexpr int kAudioKbps = 160;
 std::atomic<uint64_t> name_counter{0};
 
-bool is_x264(const char *id)
+OBSEncoderAutoRelease make_video_encoder(const std::string &id, const OutputConfig &config, video_t *video)
 {
-	return strcmp(id, "obs_x264") == 0 || strcmp(id, "x264") == 0;
-}
-
-OBSEncoderAutoRelease make_video_encoder(const char *id, const OutputConfig &config, video_t *video)
-{
-	OBSDataAutoRelease settings = obs_data_create();
-	obs_data_set_int(settings, "bitrate", config.bitrate_kbps);
-	obs_data_set_string(settings, "rate_control", "CBR");
-	obs_data_set_int(settings, "keyint_sec", 2);
-	// Hardware encoders keep their own defaults for everything else.
-	if (is_x264(id)) {
-		obs_data_set_string(settings, "preset", config.encoder_preset.c_str());
-		obs_data_set_string(settings, "profile", "high");
-		obs_data_set_string(settings, "x264opts", kX264Options);
-		obs_data_set_string(settings, "tune", "zerolatency");
-	}
+	// The preset is the chosen encoder's; with "auto", x264's.
+	const bool preset_applies = config.preferred_encoder == kAutomaticEncoder ? id == kX264Encoder
+										     : id == config.preferred_encoder;
+	OBSDataAutoRelease settings = video_encoder_settings(id, config, preset_applies);
 	OBSEncoderAutoRelease encoder =
-		obs_video_encoder_create(id, make_unique_name("cv_video_enc").c_str(), settings, nullptr);
+		obs_video_encoder_create(id.c_str(), make_unique_name("cv_video_enc").c_str(), settings, nullptr);
 	if (encoder)
 		obs_encoder_set_video(encoder, video);
 	else
-		log_warning("Failed to create video encoder candidate: %s", id);
+		log_warning("Failed to create video encoder candidate: %s", id.c_str());
 	return encoder;
 }
 
@@ -92,20 +82,6 @@ std::string make_unique_name(const char *base)
 	return std::string(base) + "_" + std::to_string(seconds) + "_" + std::to_string(count);
 }
 
-const std::vector<const char *> &encoder_candidates(const std::string &preferred_encoder)
-{
-	// The NVENC and QSV rows hold only the software encoders on purpose.
-	static const std::vector<const char *> software = {"obs_x264", "x264"};
-	static const std::vector<const char *> amf = {"h264_amf", "obs_x264", "x264"};
-	static const std::vector<const char *> automatic = {"jim_nvenc",    "jim_nvenc_h264", "h264_amf", "obs_qsv11",
-							    "obs_qsv11_v2", "obs_x264",       "x264"};
-	if (preferred_encoder == "x264" || preferred_encoder == "nvenc" || preferred_encoder == "qsv")
-		return software;
-	if (preferred_encoder == "amf")
-		return amf;
-	return automatic;
-}
-
 SharedEncoders::SharedEncoders(const OutputConfig &config) : config_(config) {}
 
 SharedEncoders::~SharedEncoders() = default;
@@ -128,11 +104,16 @@ Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 		encode->users.emplace_back(obs_output_get_weak_output(output));
 		return {};
 	}
+	std::vector<std::string> offered;
+	for (const HostChoice &encoder : host_h264_encoders())
+		offered.push_back(encoder.value);
+	const std::vector<std::string> order = encoder_order(config_.preferred_encoder, offered);
+	if (config_.preferred_encoder != kAutomaticEncoder &&
+	    (order.empty() || order.front() != config_.preferred_encoder))
+		log_warning("The chosen encoder %s is not offered by this OBS — trying the others",
+			    config_.preferred_encoder.c_str());
 	Error failure;
-	for (const char *id : encoder_candidates(config_.preferred_encoder)) {
-		// An encoder this host does not have would only fail later, after a connection.
-		if (!obs_get_encoder_codec(id))
-			continue;
+	for (const std::string &id : order) {
 		std::unique_ptr<Encode> encode = create(id, feed);
 		if (!encode)
 			continue;
@@ -141,11 +122,13 @@ Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 			encoder_id_ = id;
 			encode->users.emplace_back(obs_output_get_weak_output(output));
 			encodes_.push_back(std::move(encode));
-			log_info("Vertical encode started with encoder: %s", id);
+			log_info("Vertical encode started with encoder: %s (%s)", id.c_str(),
+				 obs_encoder_get_display_name(id.c_str()));
 			return {};
 		}
 		const char *error = obs_output_get_last_error(output);
-		log_warning("Encoder %s failed to start output: %s", id, error ? error : "unknown");
+		log_warning("Encoder %s failed to start output: %s%s", id.c_str(), error ? error : "unknown",
+			    id == order.back() ? "" : " — trying the next one");
 		failure = mux_output_failure(output);
 		// Only an encoder's own failure is worth another encoder.
 		if (failure && failure.code != ErrorCode::NoEncoder)
@@ -182,7 +165,7 @@ bool SharedEncoders::alone(obs_output_t *output) const
 	return false;
 }
 
-std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const char *id, const CanvasFeed &feed)
+std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const std::string &id, const CanvasFeed &feed)
 {
 	auto encode = std::make_unique<Encode>();
 	encode->video = make_video_encoder(id, config_, feed.video);

@@ -21,9 +21,6 @@ std::string make_unique_name(const char *base);
 // false on timeout. For the job thread, never the UI's.
 bool wait_stopped(obs_output_t *output, std::chrono::milliseconds timeout);
 
-// The encoder ids tried, in order, for a preferred encoder.
-const std::vector<const char *> &encoder_candidates(const std::string &preferred_encoder);
-
 // What the encoders are made on: the canvas's video and audio as the UI thread saw them
 // when it asked for a start.
 struct CanvasFeed {
@@ -39,7 +36,8 @@ struct CanvasFeed {
 // The encode of the vertical canvas that its outputs share: a video encoder on the
 // canvas and an AAC encoder on its audio. An output that starts while another one runs
 // joins the running encoders; the first one gets new encoders, made with the newest
-// settings, trying the encoder candidates in turn until one of them gets it running. A
+// settings: the chosen encoder, then the host's hardware encoders, then x264, in turn
+// until one of them gets it running. A
 // paused encode (the recording's, alone) is never joined: a new one is made beside it.
 // Encoders go as soon as no running output uses them. The plug-in's job thread alone
 // calls it.
@@ -64,7 +62,7 @@ public:
 	struct Encode;
 
 private:
-	std::unique_ptr<Encode> create(const char *id, const CanvasFeed &feed);
+	std::unique_ptr<Encode> create(const std::string &id, const CanvasFeed &feed);
 
 	OutputConfig config_;
 	std::vector<std::unique_ptr<Encode>> encodes_;

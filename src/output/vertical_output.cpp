@@ -1,5 +1,7 @@
 #include "vertical_output.h"
 
+#include "host_services.h"
+
 #include "base/log.h"
 #include "canvas/vertical_canvas.h"
 #include "stream/mux_output.h"
@@ -16,6 +18,15 @@ namespace {
 constexpr std::chrono::seconds kMeterPeriod(1);
 
 using Clock = std::chrono::steady_clock;
+
+// A destination of one of the host's services, with the address of its server.
+Error resolve_service(DestinationSettings &settings)
+{
+	if (settings.service.empty())
+		return {};
+	settings.url = service_url(settings.service, settings.url);
+	return settings.url.empty() ? Error(ErrorCode::NoSuchService, settings.service) : Error();
+}
 
 // What is wrong with a destination's address, found before any encoder is tried.
 Error address_problem(const DestinationSettings &settings)
@@ -136,7 +147,11 @@ Error VerticalOutput::start(const std::string &id)
 			any = true;
 			continue;
 		}
-		if (const Error problem = address_problem(target->settings)) {
+		DestinationSettings settings = target->settings;
+		Error problem = resolve_service(settings);
+		if (!problem)
+			problem = address_problem(settings);
+		if (problem) {
 			target->error = problem;
 			log_error("Destination '%s' cannot start: %s", target->settings.name.c_str(),
 				  english(problem).c_str());
@@ -150,7 +165,7 @@ Error VerticalOutput::start(const std::string &id)
 		busy_++;
 		any = true;
 		lock.unlock();
-		jobs_.post([this, target, canvas_feed] { run_start(target, canvas_feed); });
+		jobs_.post([this, target, canvas_feed, settings] { run_start(target, settings, canvas_feed); });
 	}
 	if (!id.empty() && asked == 0)
 		return {ErrorCode::NoSuchDestination, id};
@@ -160,9 +175,9 @@ Error VerticalOutput::start(const std::string &id)
 }
 
 // The job thread.
-void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const CanvasFeed &feed)
+void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const DestinationSettings &settings,
+			       const CanvasFeed &feed)
 {
-	DestinationSettings settings;
 	{
 		std::lock_guard lock(target->mutex);
 		if (target->stop_asked) {
@@ -170,7 +185,6 @@ void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const Canv
 			busy_--;
 			return;
 		}
-		settings = target->settings;
 	}
 	OBSDataAutoRelease data = obs_data_create();
 	obs_data_set_string(data, "server", settings.url.c_str());

@@ -95,7 +95,8 @@ public:
 	struct Target;
 
 private:
-	void run_start(const std::shared_ptr<Target> &target, const CanvasFeed &feed);
+	void run_start(const std::shared_ptr<Target> &target, const DestinationSettings &settings,
+		       const CanvasFeed &feed);
 	static uint32_t measure(const Target &target, uint64_t bytes_sent);
 	static void on_output_stop(void *data, calldata_t *calldata);
 

@@ -143,13 +143,16 @@ const Field kFields[] = {
 	{"fpsden", &PluginConfig::fpsden},
 	{"autostartwithmain", &PluginConfig::autostartwithmain},
 	{"autorecordwithmain", &PluginConfig::autorecordwithmain},
+	{"encoder", &PluginConfig::encoder},
 	{"encoderpreset", &PluginConfig::encoderpreset},
+	{"keyintsec", &PluginConfig::keyintsec},
+	{"lowlatency", &PluginConfig::lowlatency},
 	{"useactivesceneaudio", &PluginConfig::useactivesceneaudio},
 	{"audiotrack", &PluginConfig::audiotrack},
 };
 
 // The first destination lives in the main section; the others in "Destination2", ...
-constexpr const char *kDestinationKeys[] = {"name", "url", "key", "enabled", "id"};
+constexpr const char *kDestinationKeys[] = {"name", "url", "key", "enabled", "id", "service"};
 
 std::string destination_section(size_t index)
 {
@@ -237,7 +240,7 @@ PluginConfig SettingsFiles::profile() const
 			field.member);
 	c.destinations = {{get_string(profile_, kSection, "name1"), get_string(profile_, kSection, "rtmpurl"),
 			   get_string(profile_, kSection, "streamkey"), config_get_bool(profile_, kSection, "enabled1"),
-			   get_string(profile_, kSection, "id1")}};
+			   get_string(profile_, kSection, "id1"), get_string(profile_, kSection, "service1")}};
 	for (size_t i = 1; i < kMaxDestinations; i++) {
 		const std::string section = destination_section(i);
 		if (!has_section(profile_, section.c_str()))
@@ -247,7 +250,8 @@ PluginConfig SettingsFiles::profile() const
 		c.destinations.push_back({get_string(profile_, section.c_str(), "name"),
 					  get_string(profile_, section.c_str(), "url"),
 					  get_string(profile_, section.c_str(), "key"), enabled,
-					  get_string(profile_, section.c_str(), "id")});
+					  get_string(profile_, section.c_str(), "id"),
+					  get_string(profile_, section.c_str(), "service")});
 	}
 	return c;
 }
@@ -274,6 +278,7 @@ void SettingsFiles::set_profile(const PluginConfig &c)
 	config_set_string(profile_, kSection, "streamkey", first.key.c_str());
 	config_set_bool(profile_, kSection, "enabled1", first.enabled);
 	config_set_string(profile_, kSection, "id1", first.id.c_str());
+	config_set_string(profile_, kSection, "service1", first.service.c_str());
 	for (size_t i = 1; i < kMaxDestinations; i++) {
 		const std::string section = destination_section(i);
 		if (i >= c.destinations.size()) {
@@ -287,6 +292,7 @@ void SettingsFiles::set_profile(const PluginConfig &c)
 		config_set_string(profile_, section.c_str(), "key", d.key.c_str());
 		config_set_bool(profile_, section.c_str(), "enabled", d.enabled);
 		config_set_string(profile_, section.c_str(), "id", d.id.c_str());
+		config_set_string(profile_, section.c_str(), "service", d.service.c_str());
 	}
 	save_file(profile_, "profile");
 }

@@ -2,6 +2,8 @@
 
 #include "texts.h"
 
+#include "base/encoder_order.h"
+#include "output/host_services.h"
 #include "stream/stream_url.h"
 
 #include <QCheckBox>
@@ -24,8 +26,6 @@
 namespace cv {
 
 namespace {
-
-constexpr int kFallbackPresetIndex = 2; // "veryfast"
 
 // A button that shows or hides what a field holds, as wide as the longer of its two
 // words. The host's themes pad buttons generously, which would cut them off.
@@ -157,14 +157,41 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 
 	nameEdit = new QLineEdit(this);
 	stream->addRow(text("Settings.Name"), nameEdit);
-	auto *urlRow = new QHBoxLayout;
-	urlEdit = new QLineEdit(this);
+	// "Custom" (an address typed in) or one of the services the host's own stream
+	// settings list, with that service's servers.
+	serviceCombo = new QComboBox(this);
+	serviceCombo->addItem(text("Settings.Custom"), QString());
+	for (const std::string &service : host_services())
+		serviceCombo->addItem(QString::fromStdString(service), QString::fromStdString(service));
+	stream->addRow(text("Settings.Service"), serviceCombo);
+	serverRowWidget = new QWidget(this);
+	auto *serverRow = new QHBoxLayout(serverRowWidget);
+	serverRow->setContentsMargins(0, 0, 0, 0);
+	serverCombo = new QComboBox(serverRowWidget);
+	serverRow->addWidget(serverCombo);
+	stream->addRow(text("Settings.Server"), serverRowWidget);
+	urlRowWidget = new QWidget(this);
+	auto *urlRow = new QHBoxLayout(urlRowWidget);
+	urlRow->setContentsMargins(0, 0, 0, 0);
+	urlEdit = new QLineEdit(urlRowWidget);
 	urlEdit->setPlaceholderText("rtmp://live.twitch.tv/app");
-	urlToggle = make_toggle(this);
+	urlToggle = make_toggle(urlRowWidget);
 	connect(urlToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_url_visibility);
 	urlRow->addWidget(urlEdit);
 	urlRow->addWidget(urlToggle);
-	stream->addRow(text("Settings.Url"), urlRow);
+	stream->addRow(text("Settings.Url"), urlRowWidget);
+	connect(serviceCombo, qOverload<int>(&QComboBox::activated), this, [this] {
+		if (DestinationSettings *destination = current()) {
+			destination->service = serviceCombo->currentData().toString().toStdString();
+			destination->url.clear();
+			urlEdit->clear();
+		}
+		show_service();
+	});
+	connect(serverCombo, qOverload<int>(&QComboBox::activated), this, [this] {
+		if (DestinationSettings *destination = current())
+			destination->url = serverCombo->currentData().toString().toStdString();
+	});
 	auto *keyRow = new QHBoxLayout;
 	keyEdit = new QLineEdit(this);
 	keyEdit->setEchoMode(QLineEdit::Password);
@@ -177,6 +204,11 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	keyNote = make_note(this, QString());
 	keyNote->hide();
 	stream->addRow(keyNote);
+	serviceNote = new QLabel(this);
+	serviceNote->setWordWrap(true);
+	serviceNote->setStyleSheet("color: #e0a030;");
+	serviceNote->hide();
+	stream->addRow(serviceNote);
 	connect(nameEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
 		if (DestinationSettings *destination = current()) {
 			destination->name = text.toStdString();
@@ -185,7 +217,7 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 		}
 	});
 	connect(urlEdit, &QLineEdit::textChanged, this, [this](const QString &text) {
-		if (DestinationSettings *destination = current())
+		if (DestinationSettings *destination = current(); destination && destination->service.empty())
 			destination->url = text.toStdString();
 		update_secrets();
 	});
@@ -197,12 +229,25 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	stream->addRow(make_note(this, text("Settings.StreamNote")));
 
 	QFormLayout *encoding = add_group(main, this, text("Settings.Encoding"));
+	// "Automatic" and every H.264 encoder of the running host, by the host's own names.
+	encoderCombo = new QComboBox(this);
+	encoderCombo->addItem(text("Settings.Automatic"), QString(kAutomaticEncoder));
+	for (const HostChoice &encoder : host_h264_encoders())
+		encoderCombo->addItem(QString::fromStdString(encoder.name), QString::fromStdString(encoder.value));
+	encoding->addRow(text("Settings.Encoder"), encoderCombo);
 	bitrateSpin = make_spin(this, int(kMinVideoKbps), int(kMaxVideoKbps), 100, text("Settings.Unit.Kbps"));
 	encoding->addRow(text("Settings.VideoBitrate"), bitrateSpin);
+	keyintSpin = make_spin(this, 1, int(kMaxKeyintSec), 1, text("Settings.Unit.Seconds"));
+	encoding->addRow(text("Settings.Keyint"), keyintSpin);
 	presetCombo = new QComboBox(this);
-	for (const char *preset : kEncoderPresets)
-		presetCombo->addItem(preset);
 	encoding->addRow(text("Settings.EncoderPreset"), presetCombo);
+	lowLatencyCheck = new QCheckBox(text("Settings.LowLatency"), this);
+	encoding->addRow(lowLatencyCheck);
+	encoding->addRow(make_note(this, text("Settings.EncoderNote")));
+	connect(encoderCombo, qOverload<int>(&QComboBox::activated), this,
+		[this] { show_encoder_presets(presetCombo->currentData().toString().toStdString()); });
+	connect(bitrateSpin, qOverload<int>(&QSpinBox::valueChanged), this, &SettingsDialog::update_service_note);
+	connect(keyintSpin, qOverload<int>(&QSpinBox::valueChanged), this, &SettingsDialog::update_service_note);
 
 	QFormLayout *canvas = add_group(main, this, text("Settings.Canvas"));
 	widthSpin = make_spin(this, 16, 7680, 2, text("Settings.Unit.Pixels"));
@@ -256,6 +301,12 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	sceneAudioCheck->setObjectName("sceneAudioCheck");
 	audioTrackCombo->setObjectName("audioTrackCombo");
 	presetCombo->setObjectName("presetCombo");
+	serviceCombo->setObjectName("serviceCombo");
+	serverCombo->setObjectName("serverCombo");
+	serviceNote->setObjectName("serviceNote");
+	encoderCombo->setObjectName("encoderCombo");
+	keyintSpin->setObjectName("keyintSpin");
+	lowLatencyCheck->setObjectName("lowLatencyCheck");
 
 	// What keeps Save from saving, said inside the dialog rather than in a box of its own.
 	validationLabel = new QLabel(this);
@@ -292,9 +343,17 @@ void SettingsDialog::load()
 	sceneAudioCheck->setChecked(settings.useactivesceneaudio);
 	const bool trackExists = settings.audiotrack >= 1 && settings.audiotrack <= kAudioTracks;
 	audioTrackCombo->setCurrentIndex(trackExists ? int(settings.audiotrack) - 1 : 0);
-	const int preset = presetCombo->findText(QString::fromStdString(settings.encoderpreset),
-						 Qt::MatchExactly | Qt::MatchCaseSensitive);
-	presetCombo->setCurrentIndex(preset >= 0 ? preset : kFallbackPresetIndex);
+	int encoder = encoderCombo->findData(QString::fromStdString(settings.encoder));
+	if (encoder < 0) {
+		// Kept, though this OBS does not offer it: the profile may travel between machines.
+		encoderCombo->addItem(text("Settings.EncoderMissing").arg(QString::fromStdString(settings.encoder)),
+				      QString::fromStdString(settings.encoder));
+		encoder = encoderCombo->count() - 1;
+	}
+	encoderCombo->setCurrentIndex(encoder);
+	keyintSpin->setValue(clamp_to_int(settings.keyintsec));
+	lowLatencyCheck->setChecked(settings.lowlatency);
+	show_encoder_presets(settings.encoderpreset);
 }
 
 DestinationSettings *SettingsDialog::current()
@@ -328,6 +387,63 @@ void SettingsDialog::on_destination_selected(int row)
 	urlEdit->setText(QString::fromStdString(destination.url));
 	keyEdit->setText(QString::fromStdString(destination.key));
 	update_secrets();
+	show_service();
+}
+
+void SettingsDialog::show_service()
+{
+	const DestinationSettings *destination = current();
+	const std::string service = destination ? destination->service : std::string();
+	int index = serviceCombo->findData(QString::fromStdString(service));
+	if (index < 0) {
+		serviceCombo->addItem(QString::fromStdString(service), QString::fromStdString(service));
+		index = serviceCombo->count() - 1;
+	}
+	serviceCombo->setCurrentIndex(index);
+	urlRowWidget->setVisible(service.empty());
+	serverRowWidget->setVisible(!service.empty());
+	serverCombo->clear();
+	if (!service.empty()) {
+		for (const HostChoice &server : service_servers(service))
+			serverCombo->addItem(QString::fromStdString(server.name), QString::fromStdString(server.value));
+		const int server = serverCombo->findData(QString::fromStdString(destination->url));
+		serverCombo->setCurrentIndex(server >= 0 ? server : 0);
+	}
+	update_service_note();
+}
+
+// What the service allows, beside what the settings ask for.
+void SettingsDialog::update_service_note()
+{
+	const DestinationSettings *destination = current();
+	QStringList notes;
+	if (destination && !destination->service.empty()) {
+		const ServiceLimits limits = service_limits(destination->service);
+		const QString name = QString::fromStdString(destination->service);
+		if (limits.max_video_kbps > 0 && bitrateSpin->value() > limits.max_video_kbps)
+			notes << text("Settings.ServiceBitrate").arg(name).arg(limits.max_video_kbps);
+		if (limits.keyint_sec > 0 && keyintSpin->value() != limits.keyint_sec)
+			notes << text("Settings.ServiceKeyint").arg(name).arg(limits.keyint_sec);
+	}
+	serviceNote->setText(notes.join('\n'));
+	serviceNote->setVisible(!notes.isEmpty());
+}
+
+// With "Automatic" the preset is x264's, which the automatic choice falls back to.
+void SettingsDialog::show_encoder_presets(const std::string &preset)
+{
+	const std::string encoder = encoderCombo->currentData().toString().toStdString();
+	const std::string presets_of = encoder == kAutomaticEncoder ? std::string(kX264Encoder) : encoder;
+	presetCombo->clear();
+	for (const HostChoice &choice : encoder_presets(presets_of))
+		presetCombo->addItem(QString::fromStdString(choice.name), QString::fromStdString(choice.value));
+	if (presetCombo->count() == 0)
+		presetCombo->addItem(text("Settings.EncoderDefault"), QString());
+	const int found = presetCombo->findData(QString::fromStdString(preset));
+	const int fallback = presetCombo->findData(QString("veryfast"));
+	presetCombo->setCurrentIndex(found >= 0 ? found : std::max(fallback, 0));
+	presetCombo->setEnabled(presetCombo->count() > 1);
+	lowLatencyCheck->setEnabled(presets_of == kX264Encoder);
 }
 
 void SettingsDialog::update_secrets()
@@ -436,7 +552,10 @@ void SettingsDialog::on_save_clicked()
 	settings.fpsden = uint32_t(fpsDenSpin->value());
 	settings.autostartwithmain = autoStartCheck->isChecked();
 	settings.autorecordwithmain = autoRecordCheck->isChecked();
-	settings.encoderpreset = presetCombo->currentText().toStdString();
+	settings.encoder = encoderCombo->currentData().toString().toStdString();
+	settings.encoderpreset = presetCombo->currentData().toString().toStdString();
+	settings.keyintsec = uint32_t(keyintSpin->value());
+	settings.lowlatency = lowLatencyCheck->isChecked();
 	settings.useactivesceneaudio = sceneAudioCheck->isChecked();
 	settings.audiotrack = uint32_t(audioTrackCombo->currentIndex() + 1);
 	if (save)

@@ -54,6 +54,12 @@ private:
 	void update_destination_buttons();
 	// The URL field masked while it holds a secret, and the note on the SRT key.
 	void update_secrets();
+	// The address fields of a typed address or of one of the host's services, and what
+	// the service allows.
+	void show_service();
+	void update_service_note();
+	// The chosen encoder's presets, and whether low latency applies to it.
+	void show_encoder_presets(const std::string &preset);
 
 	PluginConfig settings;
 	SaveFunction save;
@@ -67,6 +73,14 @@ private:
 	QPushButton *urlToggle = nullptr;
 	QLabel *keyNote = nullptr;
 	QLabel *validationLabel = nullptr;
+	QComboBox *serviceCombo = nullptr;
+	QComboBox *serverCombo = nullptr;
+	QLabel *serviceNote = nullptr;
+	QWidget *urlRowWidget = nullptr;
+	QWidget *serverRowWidget = nullptr;
+	QComboBox *encoderCombo = nullptr;
+	QSpinBox *keyintSpin = nullptr;
+	QCheckBox *lowLatencyCheck = nullptr;
 	QSpinBox *bitrateSpin = nullptr;
 	QSpinBox *widthSpin = nullptr;
 	QSpinBox *heightSpin = nullptr;
