@@ -21,11 +21,10 @@ bool mix_info(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_de
 
 } // namespace
 
-
 // The host frees the view's mix at a reset and makes none again, and nothing tells when.
-// So the mix is made anew whenever encoders are to be made on it and none uses the old
-// one: a reset is refused while any encoder uses a mix, so an encoder never finds its mix
-// gone.
+// So the mix is made only when encoders are to be made on it, and made anew each time:
+// a reset is refused while any encoder uses a mix, so an encoder never finds its mix
+// gone. With no encoder, there is no mix either, and the host renders none for nothing.
 
 CanvasVideo::CanvasVideo() = default;
 
@@ -37,36 +36,22 @@ CanvasVideo::~CanvasVideo()
 bool CanvasVideo::open(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_den)
 {
 	close();
-	width_ = width;
-	height_ = height;
-	fps_num_ = fps_num;
-	fps_den_ = fps_den;
-	view_ = obs_view_create();
-	if (!view_ || !build()) {
-		view_ = nullptr;
+	obs_video_info ovi = {};
+	if (!mix_info(width, height, fps_num, fps_den, &ovi))
 		return false;
-	}
-	return true;
+	resize(width, height, fps_num, fps_den);
+	view_ = obs_view_create();
+	return view_ != nullptr;
 }
 
-// The same view, so the preview may go on drawing it meanwhile.
-bool CanvasVideo::resize(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_den)
+// Only the size the next mix is made at: the view stays, so the preview goes on drawing it.
+void CanvasVideo::resize(uint32_t width, uint32_t height, uint32_t fps_num, uint32_t fps_den)
 {
-	if (!view_)
-		return open(width, height, fps_num, fps_den);
-	const uint32_t old[] = {width_, height_, fps_num_, fps_den_};
+	drop_video();
 	width_ = width;
 	height_ = height;
 	fps_num_ = fps_num;
 	fps_den_ = fps_den;
-	if (build())
-		return true;
-	width_ = old[0];
-	height_ = old[1];
-	fps_num_ = old[2];
-	fps_den_ = old[3];
-	build();
-	return false;
 }
 
 void CanvasVideo::close()
@@ -74,9 +59,8 @@ void CanvasVideo::close()
 	if (!view_)
 		return;
 	obs_view_set_source(view_, 0, nullptr);
-	obs_view_remove(view_);
+	drop_video();
 	view_ = nullptr;
-	video_ = nullptr;
 }
 
 bool CanvasVideo::is_open() const
@@ -84,28 +68,31 @@ bool CanvasVideo::is_open() const
 	return view_ != nullptr;
 }
 
-// The host's render thread frees the old mix at its next frame.
-bool CanvasVideo::build()
+video_t *CanvasVideo::video() const
 {
-	obs_video_info ovi = {};
-	if (!mix_info(width_, height_, fps_num_, fps_den_, &ovi))
-		return false;
-	obs_view_remove(view_);
-	video_ = obs_view_add2(view_, &ovi);
-	generation_++;
-	return video_ != nullptr;
-}
-
-video_t *CanvasVideo::video()
-{
-	return video_;
+	return video_.load();
 }
 
 video_t *CanvasVideo::fresh_video()
 {
-	if (view_ && !build())
-		log_error("The vertical canvas's video could not be made again");
+	obs_video_info ovi = {};
+	if (!view_ || !mix_info(width_, height_, fps_num_, fps_den_, &ovi))
+		return nullptr;
+	// The host's render thread frees the old mix at its next frame.
+	obs_view_remove(view_);
+	video_ = obs_view_add2(view_, &ovi);
+	generation_++;
+	if (!video_)
+		log_error("The vertical canvas's video could not be made at %ux%u", width_, height_);
 	return video_;
+}
+
+void CanvasVideo::drop_video()
+{
+	if (view_ && video_.exchange(nullptr)) {
+		obs_view_remove(view_);
+		generation_++;
+	}
 }
 
 OBSSourceAutoRelease CanvasVideo::source() const
@@ -124,6 +111,5 @@ void CanvasVideo::render()
 	if (view_)
 		obs_view_render(view_);
 }
-
 
 } // namespace cv

@@ -114,12 +114,8 @@ bool VerticalCanvas::reconfigure(const CanvasConfig &config)
 				    config.fps_den != fps_den_;
 	const bool audio_changed = config.use_active_scene_audio != config_.use_active_scene_audio ||
 				   config.audio_track != config_.audio_track;
-	if (format_changed && initialised_ &&
-	    !video_.resize(config.width, config.height, config.fps_num, config.fps_den)) {
-		log_error("The vertical canvas's video could not be made at %ux%u — it stays as it was", config.width,
-			  config.height);
-		return false;
-	}
+	if (format_changed && initialised_)
+		video_.resize(config.width, config.height, config.fps_num, config.fps_den);
 	config_ = config;
 	width_ = config.width;
 	height_ = config.height;

@@ -49,10 +49,12 @@ public:
 	uint32_t fps_num() const { return fps_num_; }
 	uint32_t fps_den() const { return fps_den_; }
 	const CanvasConfig &config() const { return config_; }
-	// The canvas's video. What encoders are made on is fresh_video(): the same, made anew,
-	// since the host's resets of its video free it; only while no encoder uses it.
-	video_t *video() { return video_.video(); }
+	// The canvas's video, made when encoders are made on it (fresh_video(), made anew since
+	// the host's resets of its video free it) and let go of (drop_video()) once none uses
+	// it: both only then, and only these three may be called on the output's job thread.
+	video_t *video() const { return video_.video(); }
 	video_t *fresh_video() { return video_.fresh_video(); }
+	void drop_video() { video_.drop_video(); }
 	// Changes whenever video() or audio() do: encoders made before are not joined.
 	uint64_t generation() const { return video_.generation() + audio_generation_; }
 	// Draws what the canvas shows (graphics thread), and what that is: the active
@@ -68,7 +70,8 @@ public:
 	bool initialised() const { return initialised_; }
 
 	// Takes a new size, rate or audio choice, keeping the scenes. Only while no encoder
-	// uses the canvas. False (and the canvas as it was) when the format is unusable.
+	// uses the canvas (and never on its job thread). False (and the canvas as it was) when
+	// the format is unusable.
 	bool reconfigure(const CanvasConfig &config);
 
 	// Scene list operations. Names are UTF-8 byte strings compared byte for byte.

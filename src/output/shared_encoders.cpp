@@ -4,6 +4,7 @@
 
 #include "base/encoder_order.h"
 #include "base/log.h"
+#include "canvas/vertical_canvas.h"
 #include "stream/mux_output.h"
 
 #include <algorithm>
@@ -24,7 +25,7 @@ OBSEncoderAutoRelease make_video_encoder(const std::string &id, const OutputConf
 {
 	// The preset is the chosen encoder's; with "auto", x264's.
 	const bool preset_applies = config.preferred_encoder == kAutomaticEncoder ? id == kX264Encoder
-										     : id == config.preferred_encoder;
+										  : id == config.preferred_encoder;
 	OBSDataAutoRelease settings = video_encoder_settings(id, config, preset_applies);
 	OBSEncoderAutoRelease encoder =
 		obs_video_encoder_create(id.c_str(), make_unique_name("cv_video_enc").c_str(), settings, nullptr);
@@ -62,10 +63,10 @@ struct SharedEncoders::Encode {
 					   }),
 			    users.end());
 	}
-	bool joinable(const CanvasFeed &feed)
+	bool joinable(uint64_t current)
 	{
 		prune();
-		return !users.empty() && generation == feed.generation && !obs_encoder_paused(video);
+		return !users.empty() && generation == current && !obs_encoder_paused(video);
 	}
 	bool serves(obs_output_t *output) const
 	{
@@ -82,7 +83,7 @@ std::string make_unique_name(const char *base)
 	return std::string(base) + "_" + std::to_string(seconds) + "_" + std::to_string(count);
 }
 
-SharedEncoders::SharedEncoders(const OutputConfig &config) : config_(config) {}
+SharedEncoders::SharedEncoders(VerticalCanvas *canvas, const OutputConfig &config) : canvas_(canvas), config_(config) {}
 
 SharedEncoders::~SharedEncoders() = default;
 
@@ -94,7 +95,7 @@ void SharedEncoders::update_config(const OutputConfig &config)
 Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 {
 	for (const std::unique_ptr<Encode> &encode : encodes_) {
-		if (!encode->joinable(feed))
+		if (!encode->joinable(canvas_->generation()))
 			continue;
 		attach(output, encode->video, encode->audio);
 		if (!obs_output_start(output)) {
@@ -140,10 +141,13 @@ Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 
 void SharedEncoders::release_unused()
 {
+	const bool had_any = !encodes_.empty();
 	for (auto it = encodes_.begin(); it != encodes_.end();) {
 		(*it)->prune();
 		it = (*it)->users.empty() ? encodes_.erase(it) : it + 1;
 	}
+	if (had_any && encodes_.empty())
+		canvas_->drop_video();
 }
 
 bool wait_stopped(obs_output_t *output, std::chrono::milliseconds timeout)
@@ -167,8 +171,13 @@ bool SharedEncoders::alone(obs_output_t *output) const
 
 std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const std::string &id, const CanvasFeed &feed)
 {
+	// The first encoders get a mix made now, which no reset of the host's video can have
+	// taken away; later ones share the one that runs.
+	video_t *video = encodes_.empty() ? canvas_->fresh_video() : canvas_->video();
+	if (!video)
+		return nullptr;
 	auto encode = std::make_unique<Encode>();
-	encode->video = make_video_encoder(id, config_, feed.video);
+	encode->video = make_video_encoder(id, config_, video);
 	if (!encode->video)
 		return nullptr;
 	OBSDataAutoRelease settings = obs_data_create();
@@ -180,7 +189,7 @@ std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const std::string
 		return nullptr;
 	}
 	obs_encoder_set_audio(encode->audio, feed.audio);
-	encode->generation = feed.generation;
+	encode->generation = canvas_->generation();
 	encode->keep_audio_open = feed.keep_audio_open;
 	return encode;
 }

@@ -21,15 +21,15 @@ std::string make_unique_name(const char *base);
 // false on timeout. For the job thread, never the UI's.
 bool wait_stopped(obs_output_t *output, std::chrono::milliseconds timeout);
 
-// What the encoders are made on: the canvas's video and audio as the UI thread saw them
-// when it asked for a start.
+class VerticalCanvas;
+
+// What the encoders are made on besides the canvas's video: its rate and audio as the UI
+// thread saw them when it asked for a start.
 struct CanvasFeed {
-	video_t *video = nullptr;
 	uint32_t fps_num = 30;
 	uint32_t fps_den = 1;
 	audio_t *audio = nullptr;
 	size_t audio_mix = 0;
-	uint64_t generation = 0;
 	std::shared_ptr<const void> keep_audio_open; // held as long as an encoder on `audio` exists
 };
 
@@ -39,11 +39,11 @@ struct CanvasFeed {
 // settings: the chosen encoder, then the host's hardware encoders, then x264, in turn
 // until one of them gets it running. A
 // paused encode (the recording's, alone) is never joined: a new one is made beside it.
-// Encoders go as soon as no running output uses them. The plug-in's job thread alone
-// calls it.
+// Encoders go as soon as no running output uses them, and the canvas's video with the
+// last of them. The plug-in's job thread alone calls it.
 class SharedEncoders {
 public:
-	explicit SharedEncoders(const OutputConfig &config);
+	SharedEncoders(VerticalCanvas *canvas, const OutputConfig &config);
 	~SharedEncoders();
 
 	// Takes effect for the next encoders made.
@@ -64,6 +64,7 @@ public:
 private:
 	std::unique_ptr<Encode> create(const std::string &id, const CanvasFeed &feed);
 
+	VerticalCanvas *canvas_;
 	OutputConfig config_;
 	std::vector<std::unique_ptr<Encode>> encodes_;
 	std::string encoder_id_;

@@ -36,7 +36,8 @@ Error address_problem(const DestinationSettings &settings)
 	const StreamUrl built = build_stream_url(settings.url, settings.key);
 	if (built.url.empty())
 		return ErrorCode::KeyEmpty;
-	for (const std::string &problem : {stream_url_problem(built.url), stream_key_problem(settings.url, settings.key)})
+	for (const std::string &problem :
+	     {stream_url_problem(built.url), stream_key_problem(settings.url, settings.key)})
 		if (!problem.empty())
 			return {ErrorCode::UrlUnusable, problem};
 	return {};
@@ -90,7 +91,7 @@ const char *state_name(StreamState state)
 VerticalOutput::VerticalOutput(VerticalCanvas *canvas, const OutputConfig &config, FailureHandler on_failure)
 	: canvas_(canvas),
 	  on_failure_(std::move(on_failure)),
-	  encoders_(config)
+	  encoders_(canvas, config)
 {
 	update_config(config);
 }
@@ -117,13 +118,10 @@ bool VerticalOutput::init()
 CanvasFeed VerticalOutput::feed()
 {
 	CanvasFeed feed;
-	// New encoders get a mix that no reset of the host's video can have taken away.
-	feed.video = idle() ? canvas_->fresh_video() : canvas_->video();
 	feed.fps_num = canvas_->fps_num();
 	feed.fps_den = canvas_->fps_den();
 	feed.audio = canvas_->audio();
 	feed.audio_mix = canvas_->audio_mix();
-	feed.generation = canvas_->generation();
 	feed.keep_audio_open = canvas_->keep_audio_open();
 	return feed;
 }
@@ -132,9 +130,9 @@ Error VerticalOutput::start(const std::string &id)
 {
 	if (!initialised_)
 		return ErrorCode::NoCanvas;
-	const CanvasFeed canvas_feed = feed();
-	if (!canvas_feed.video)
+	if (!canvas_->initialised())
 		return ErrorCode::NoCanvas;
+	const CanvasFeed canvas_feed = feed();
 	size_t asked = 0;
 	bool any = false;
 	Error first;

@@ -334,14 +334,21 @@ void Plugin::open_settings_dialog()
 	dialog->show();
 }
 
+// The canvas stays across profile switches, taking the new profile's size and audio:
+// making one anew would wait for the host's renderer.
 bool Plugin::build_runtime()
 {
 	const CanvasConfig canvas_settings = canvas_config(settings_);
-	auto canvas = std::make_unique<VerticalCanvas>(canvas_settings);
-	QObject *context = context_.get();
-	if (!canvas->init()) {
-		log_error("Canvas init failed");
-		return false;
+	std::unique_ptr<VerticalCanvas> canvas = std::move(canvas_);
+	if (canvas && !canvas->reconfigure(canvas_settings))
+		canvas.reset();
+	const bool kept = canvas != nullptr;
+	if (!canvas) {
+		canvas = std::make_unique<VerticalCanvas>(canvas_settings);
+		if (!canvas->init()) {
+			log_error("Canvas init failed");
+			return false;
+		}
 	}
 	auto output = std::make_unique<VerticalOutput>(canvas.get(), output_config(settings_),
 						       [](const std::string &name, const Error &error) {
@@ -351,24 +358,25 @@ bool Plugin::build_runtime()
 		log_error("Output init failed");
 		return false;
 	}
+	QObject *context = context_.get();
 	output->set_on_idle([this, context] { later(context, [this] { on_output_idle(); }); });
 	canvas_ = std::move(canvas);
 	output_ = std::move(output);
 	recording_ = std::make_unique<VerticalRecording>(*output_, [](const Error &error) {
 		post_notice(NoticeKind::Recording, {}, error);
 	});
-	if (collection_read_)
+	if (collection_read_ && !kept)
 		canvas_->replace_scenes(scenes_);
 	log_debug("Runtime created: %ux%u @ %u/%u fps", canvas_settings.width, canvas_settings.height,
 		  canvas_settings.fps_num, canvas_settings.fps_den);
 	return true;
 }
 
-void Plugin::take_down_runtime()
+void Plugin::take_down_runtime(bool keep_canvas)
 {
 	if (dock_)
-		dock_->setRuntime(nullptr, nullptr, nullptr);
-	if (canvas_ && collection_read_)
+		dock_->setRuntime(keep_canvas ? canvas_.get() : nullptr, nullptr, nullptr);
+	if (canvas_ && collection_read_ && !keep_canvas)
 		scenes_ = canvas_->scene_list();
 	if (recording_)
 		recording_->stop();
@@ -381,7 +389,8 @@ void Plugin::take_down_runtime()
 	}
 	recording_.reset();
 	output_.reset();
-	canvas_.reset();
+	if (!keep_canvas)
+		canvas_.reset();
 	canvas_pending_ = false;
 }
 
@@ -401,18 +410,18 @@ void Plugin::show_runtime()
 // may still run then, or the host keeps the old profile's video settings.
 void Plugin::on_profile_changing()
 {
-	log_info("Profile changing — stopping the vertical outputs and taking the canvas down");
+	log_info("Profile changing — stopping the vertical outputs");
 	// One profile's destinations and keys never land in another's file.
 	if (settings_dialog_)
 		delete settings_dialog_.data();
-	take_down_runtime();
+	take_down_runtime(true);
 }
 
 void Plugin::on_profile_changed()
 {
 	log_info("Profile change — rebuilding vertical runtime");
-	if (canvas_ || output_)
-		take_down_runtime();
+	if (output_)
+		take_down_runtime(true);
 	if (settings_dialog_)
 		delete settings_dialog_.data();
 	files_.open_profile();

@@ -84,7 +84,8 @@ public:
 
 private:
 	bool build_runtime();
-	void take_down_runtime();
+	// Stops and lets go of the output and the recording, and of the canvas unless kept.
+	void take_down_runtime(bool keep_canvas = false);
 	void show_runtime();
 	void on_hotkey(HotkeyAction action);
 	void scenes_edited();

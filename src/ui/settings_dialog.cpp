@@ -58,12 +58,12 @@ QLabel *make_note(QWidget *parent, const QString &note)
 	return label;
 }
 
-QFormLayout *add_group(QVBoxLayout *main, QWidget *parent, const QString &title)
+QFormLayout *add_group(QBoxLayout *row, QWidget *parent, const QString &title)
 {
 	auto *group = new QGroupBox(title, parent);
 	auto *form = new QFormLayout(group);
 	form->setSpacing(8);
-	main->addWidget(group, 0);
+	row->addWidget(group, 1);
 	return form;
 }
 
@@ -95,7 +95,7 @@ SettingsDialog::SettingsDialog(const PluginConfig &current, const std::vector<Se
 	  save(std::move(saveSettings))
 {
 	setWindowTitle(text("Settings.Title"));
-	setMinimumWidth(600);
+	setMinimumWidth(760);
 	build(warnings, busy);
 	load();
 }
@@ -169,7 +169,8 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	serverRow->setContentsMargins(0, 0, 0, 0);
 	serverCombo = new QComboBox(serverRowWidget);
 	serverRow->addWidget(serverCombo);
-	stream->addRow(text("Settings.Server"), serverRowWidget);
+	serverLabel = new QLabel(text("Settings.Server"), this);
+	stream->addRow(serverLabel, serverRowWidget);
 	urlRowWidget = new QWidget(this);
 	auto *urlRow = new QHBoxLayout(urlRowWidget);
 	urlRow->setContentsMargins(0, 0, 0, 0);
@@ -179,7 +180,8 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	connect(urlToggle, &QPushButton::toggled, this, &SettingsDialog::on_toggle_url_visibility);
 	urlRow->addWidget(urlEdit);
 	urlRow->addWidget(urlToggle);
-	stream->addRow(text("Settings.Url"), urlRowWidget);
+	urlLabel = new QLabel(text("Settings.Url"), this);
+	stream->addRow(urlLabel, urlRowWidget);
 	connect(serviceCombo, qOverload<int>(&QComboBox::activated), this, [this] {
 		if (DestinationSettings *destination = current()) {
 			destination->service = serviceCombo->currentData().toString().toStdString();
@@ -228,7 +230,14 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	});
 	stream->addRow(make_note(this, text("Settings.StreamNote")));
 
-	QFormLayout *encoding = add_group(main, this, text("Settings.Encoding"));
+	// Encoding beside the canvas and the behaviour, so the dialog fits a laptop's screen.
+	auto *columns = new QHBoxLayout;
+	columns->setSpacing(12);
+	main->addLayout(columns);
+	auto *right = new QVBoxLayout;
+	right->setSpacing(12);
+	QFormLayout *encoding = add_group(columns, this, text("Settings.Encoding"));
+	columns->addLayout(right, 1);
 	// "Automatic" and every H.264 encoder of the running host, by the host's own names.
 	encoderCombo = new QComboBox(this);
 	encoderCombo->addItem(text("Settings.Automatic"), QString(kAutomaticEncoder));
@@ -249,7 +258,7 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	connect(bitrateSpin, qOverload<int>(&QSpinBox::valueChanged), this, &SettingsDialog::update_service_note);
 	connect(keyintSpin, qOverload<int>(&QSpinBox::valueChanged), this, &SettingsDialog::update_service_note);
 
-	QFormLayout *canvas = add_group(main, this, text("Settings.Canvas"));
+	QFormLayout *canvas = add_group(right, this, text("Settings.Canvas"));
 	widthSpin = make_spin(this, 16, 7680, 2, text("Settings.Unit.Pixels"));
 	canvas->addRow(text("Settings.Width"), widthSpin);
 	heightSpin = make_spin(this, 16, 7680, 2, text("Settings.Unit.Pixels"));
@@ -267,7 +276,7 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	const char *applies = busy ? "Settings.AppliesAtStop" : "Settings.AppliesNow";
 	canvas->addRow(make_note(this, text("Settings.CanvasNote").arg(text(applies))));
 
-	QFormLayout *behaviour = add_group(main, this, text("Settings.Behaviour"));
+	QFormLayout *behaviour = add_group(right, this, text("Settings.Behaviour"));
 	autoStartCheck = new QCheckBox(text("Settings.AutoStart"), this);
 	behaviour->addRow(autoStartCheck);
 	autoRecordCheck = new QCheckBox(text("Settings.AutoRecord"), this);
@@ -400,8 +409,10 @@ void SettingsDialog::show_service()
 		index = serviceCombo->count() - 1;
 	}
 	serviceCombo->setCurrentIndex(index);
-	urlRowWidget->setVisible(service.empty());
-	serverRowWidget->setVisible(!service.empty());
+	for (QWidget *widget : {static_cast<QWidget *>(urlLabel), urlRowWidget})
+		widget->setVisible(service.empty());
+	for (QWidget *widget : {static_cast<QWidget *>(serverLabel), serverRowWidget})
+		widget->setVisible(!service.empty());
 	serverCombo->clear();
 	if (!service.empty()) {
 		for (const HostChoice &server : service_servers(service))

@@ -76,6 +76,8 @@ private:
 	QComboBox *serviceCombo = nullptr;
 	QComboBox *serverCombo = nullptr;
 	QLabel *serviceNote = nullptr;
+	QLabel *urlLabel = nullptr;
+	QLabel *serverLabel = nullptr;
 	QWidget *urlRowWidget = nullptr;
 	QWidget *serverRowWidget = nullptr;
 	QComboBox *encoderCombo = nullptr;

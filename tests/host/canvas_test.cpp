@@ -83,7 +83,8 @@ class CanvasWithoutHostVideo : public cvtest::HostTest {
 // rates are refused.
 TEST_F(CanvasTest, ViewHasItsOwnSizeAndRateAndTheHostsFormat)
 {
-	const video_output_info *info = video_output_get_info(canvas->video());
+	EXPECT_EQ(canvas->video(), nullptr) << "no mix before encoders need one";
+	const video_output_info *info = video_output_get_info(canvas->fresh_video());
 	ASSERT_NE(info, nullptr);
 	EXPECT_EQ((std::array<uint32_t, 4>{info->width, info->height, info->fps_num, info->fps_den}),
 		  (std::array<uint32_t, 4>{720, 1280, 30000, 1001}));
@@ -92,6 +93,8 @@ TEST_F(CanvasTest, ViewHasItsOwnSizeAndRateAndTheHostsFormat)
 	obs_video_info host = {};
 	ASSERT_TRUE(obs_get_video_info(&host));
 	EXPECT_EQ(host.base_width, 1920u) << "the host's canvas is untouched";
+	canvas->drop_video();
+	EXPECT_EQ(canvas->video(), nullptr);
 
 	expect_list({"Scene 1"}, "Scene 1");
 	EXPECT_EQ(OBSSourceAutoRelease(obs_get_source_by_name("Scene 1")).Get(), nullptr) << "private";
@@ -194,7 +197,7 @@ TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 	ASSERT_TRUE(canvas->set_active_scene("Main"));
 	ASSERT_TRUE(canvas->assign_scene_source("Main", "Show"));
 	ASSERT_TRUE(canvas->reconfigure(CanvasConfig{360, 640, 30, 1, true}));
-	EXPECT_EQ(video_output_get_info(canvas->video())->width, 360u);
+	EXPECT_EQ(video_output_get_info(canvas->fresh_video())->width, 360u);
 	expect_green();
 	EXPECT_FALSE(canvas->reconfigure(CanvasConfig{0, 640, 30, 1, true}));
 	EXPECT_EQ(canvas->width(), 360u);

@@ -122,7 +122,7 @@ TEST_F(VerticalOutputTest, StartsWithAnEncoderThatWorksAndReportsOnlyErrorStops)
 	ASSERT_TRUE(server.start(&error)) << error;
 	cv::VerticalOutput &output = make_output({{"Only", server.app_url(), "errors", true, {}}});
 	ASSERT_FALSE(output.start());
-	ASSERT_TRUE(cvtest::wait_until([] { return !cvtest::mux_outputs().empty(); }, 10000));
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
 	obs_output_t *mux = cvtest::mux_outputs().at(0);
 	EXPECT_STREQ(obs_encoder_get_id(obs_output_get_video_encoder(mux)), "obs_x264");
 	EXPECT_NE(obs_output_get_audio_encoder(mux, 0), nullptr);

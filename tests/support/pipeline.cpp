@@ -73,7 +73,7 @@ bool MuxPipeline::create(const std::string &server, const std::string &key)
 	video_ = obs_video_encoder_create("obs_x264", "test video", video_settings, nullptr);
 	if (!video_)
 		return false;
-	obs_encoder_set_video(video_, canvas_->video());
+	obs_encoder_set_video(video_, canvas_->fresh_video());
 
 	for (size_t i = 0; i < options_.audio_tracks; i++) {
 		OBSDataAutoRelease audio_settings = obs_data_create();
