@@ -24,6 +24,10 @@ def milliseconds(value):
     return f"{value:.0f} ms"
 
 
+def milliseconds_1(value):
+    return f"{value:.1f} ms"
+
+
 def cpu_seconds_per_minute(value):
     return f"{value:.2f} s/min"
 
@@ -77,6 +81,15 @@ ROWS = [
     ("7", "BM_DestinationsCpu", None, "three_cpu_s_per_min", "one_cpu_s_per_min",
      "process CPU per streamed minute, three destinations",
      "the same output with one destination", cpu_seconds_per_minute),
+    ("8a", "BM_UiStall", None, "plugin_stall_ms", "host_stall_ms",
+     "UI event loop's longest stall: vertical start, stop, profile switch, exit",
+     "host's own Start/Stop Streaming", milliseconds_1),
+    ("8b", "BM_UiStall", None, "plugin_stall_ms", "goal_ms",
+     "  the same",
+     "goal", milliseconds_1),
+    ("8c", "BM_UiStall", None, "live_stall_ms", "host_stall_ms",
+     "  profile switch and exit while the vertical stream is live",
+     "host's own Start/Stop Streaming", milliseconds_1),
 ]
 
 
@@ -194,6 +207,20 @@ def details(runs):
         entries = runs[name][0]
         out.append(f"row 5: the same process with nothing streaming: "
                    f"{median_of(entries, 'idle_cpu_s_per_min'):.2f} s/min")
+    name = find_run(runs, "BM_UiStall", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+
+        def ms(counter):
+            return milliseconds_1(median_of(entries, counter))
+
+        out.append(f"row 8: longest stall per phase: vertical start {ms('start_ms')}, stop {ms('stop_ms')}, "
+                   f"profile switch {ms('switch_ms')} (the whole switch with the host's video reset "
+                   f"{ms('switch_loop_ms')}), exit {ms('exit_ms')}; while live: profile switch "
+                   f"{ms('switch_live_ms')} (whole {ms('switch_live_loop_ms')}), exit {ms('exit_live_ms')}")
+        out.append(f"row 8: the host's Start Streaming {ms('host_start_ms')}, Stop Streaming {ms('host_stop_ms')}; "
+                   f"the loop with nothing to do {ms('idle_ms')}; the host's renderer "
+                   f"{ms('render_frame_ms')} per frame")
     return out
 
 
