@@ -9,9 +9,11 @@
 #include "wait.h"
 
 #include "canvas/vertical_canvas.h"
+#include "output/host_services.h"
 #include "output/vertical_output.h"
 #include "stream/mux_output.h"
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <tuple>
@@ -327,4 +329,83 @@ TEST_F(VerticalOutputTest, TheAudioIsTheActiveScenesOwn)
 	canvas_.reset();
 	obs_set_output_source(0, nullptr);
 	EXPECT_EQ(settings_of(), before);
+}
+
+namespace {
+
+// With the host's own output modules: its streaming services are there too.
+class HostChoicesTest : public VerticalOutputTest {
+protected:
+	cvtest::HostOptions host_options() const override
+	{
+		cvtest::HostOptions options;
+		options.outputs = true;
+		return options;
+	}
+};
+
+// An H.264 encoder the host offers that cannot open: a chosen one that fails.
+void register_broken_encoder()
+{
+	obs_encoder_info info = {};
+	info.id = "cv_test_broken_h264";
+	info.type = OBS_ENCODER_VIDEO;
+	info.codec = "h264";
+	info.get_name = [](void *) { return "Broken H.264"; };
+	info.create = [](obs_data_t *, obs_encoder_t *) -> void * { return nullptr; };
+	info.destroy = [](void *) {};
+	info.encode = [](void *, encoder_frame *, encoder_packet *, bool *) { return false; };
+	obs_register_encoder(&info);
+}
+
+} // namespace
+
+// The encoder list and the service list are the running host's own: a chosen encoder
+// that cannot open falls back to the others (x264 here, where no hardware encoder is),
+// saying so, and a service destination streams to one of that service's servers.
+TEST_F(HostChoicesTest, EncodersAndServicesAreTheHosts)
+{
+	register_broken_encoder();
+	const std::vector<cv::HostChoice> encoders = cv::host_h264_encoders();
+	auto offered = [&](const char *id) {
+		return std::find_if(encoders.begin(), encoders.end(),
+				    [&](const cv::HostChoice &e) { return e.value == id; }) != encoders.end();
+	};
+	EXPECT_TRUE(offered("obs_x264") && offered("cv_test_broken_h264"));
+	for (const cv::HostChoice &encoder : encoders)
+		EXPECT_STREQ(obs_get_encoder_codec(encoder.value.c_str()), "h264") << encoder.value;
+	const std::vector<cv::HostChoice> presets = cv::encoder_presets("obs_x264");
+	EXPECT_TRUE(std::any_of(presets.begin(), presets.end(), [](const cv::HostChoice &p) { return p.value == "veryfast"; }));
+
+	cvtest::RtmpServer nginx;
+	std::string error;
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	output_ = std::make_unique<cv::VerticalOutput>(
+		canvas_.get(), cv::OutputConfig{{{"A", nginx.app_url(), "fallback"}}, 1000, "", "cv_test_broken_h264"});
+	ASSERT_TRUE(output_->init());
+	ASSERT_FALSE(output_->start());
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
+	EXPECT_STREQ(obs_encoder_get_id(obs_output_get_video_encoder(cvtest::mux_outputs().at(0))), "obs_x264");
+	EXPECT_EQ(cvtest::log_count("Encoder cv_test_broken_h264 failed to start output"), 1u);
+	output_->stop();
+	ASSERT_TRUE(output_->wait_idle(std::chrono::seconds(5)));
+
+	const std::vector<std::string> services = cv::host_services();
+	ASSERT_FALSE(services.empty());
+	const auto service = std::find_if(services.begin(), services.end(),
+					  [](const std::string &name) { return cv::service_servers(name).size() > 1; });
+	ASSERT_NE(service, services.end());
+	const std::vector<cv::HostChoice> servers = cv::service_servers(*service);
+	EXPECT_EQ(cv::service_url(*service, ""), servers.front().value);
+	output_ = std::make_unique<cv::VerticalOutput>(
+		canvas_.get(), cv::OutputConfig{{{"S", servers.back().value, "k", true, {}, *service},
+						 {"Gone", "", "k", true, {}, "No Such Service"}}});
+	ASSERT_TRUE(output_->init());
+	output_->start();
+	EXPECT_EQ(output_->destinations()[1].error, cv::Error(cv::ErrorCode::NoSuchService, "No Such Service"));
+	ASSERT_TRUE(cvtest::wait_until([] { return !cvtest::mux_outputs().empty(); }, 10000));
+	OBSDataAutoRelease settings = obs_output_get_settings(cvtest::mux_outputs().at(0));
+	EXPECT_EQ(std::string(obs_data_get_string(settings, "server")), servers.back().value);
+	output_->stop();
+	ASSERT_TRUE(output_->wait_idle(std::chrono::seconds(15)));
 }
