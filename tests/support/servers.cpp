@@ -29,17 +29,31 @@ namespace {
 
 constexpr int kStartTimeoutMs = 10000;
 
+// A free port below the kernel's ephemeral range: a server restarted on the same port can
+// then never find it taken by a socket that the kernel gave a port of its own choosing, a
+// caller's retries among them.
 uint16_t free_port(int type)
 {
-	const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-	sockaddr_in addr = loopback(0);
-	socklen_t len = sizeof(addr);
-	uint16_t port = 0;
-	if (fd >= 0 && bind(fd, (sockaddr *)&addr, sizeof(addr)) == 0 && getsockname(fd, (sockaddr *)&addr, &len) == 0)
-		port = ntohs(addr.sin_port);
-	if (fd >= 0)
-		close(fd);
-	return port;
+	int ephemeral_low = 32768;
+	if (FILE *range = fopen("/proc/sys/net/ipv4/ip_local_port_range", "r")) {
+		if (fscanf(range, "%d", &ephemeral_low) != 1)
+			ephemeral_low = 32768;
+		fclose(range);
+	}
+	const int low = 10000, high = std::max(low + 1000, ephemeral_low);
+	static unsigned seed = unsigned(getpid()) * 2654435761u;
+	for (int attempt = 0; attempt < 200; attempt++) {
+		seed = seed * 1103515245u + 12345u;
+		const uint16_t port = uint16_t(low + (seed >> 8) % unsigned(high - low));
+		const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+		const sockaddr_in addr = loopback(port);
+		const bool free = fd >= 0 && bind(fd, (const sockaddr *)&addr, sizeof(addr)) == 0;
+		if (fd >= 0)
+			close(fd);
+		if (free)
+			return port;
+	}
+	return 0;
 }
 
 // Whether a server has the port on 127.0.0.1: it cannot be bound. For TCP a port that the
