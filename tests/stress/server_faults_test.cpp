@@ -157,17 +157,25 @@ TEST_F(ServerFaultsTest, AStalledServerNeverHoldsUpTheEncoder)
 	// The socket buffers of both ends take the first five to eight seconds at this rate.
 	// Shorter than that plus the write deadline: the connection survives, frames are
 	// dropped, and the server is soon live again.
+	// How far the server's copy trails the clock before the stall: the start-up and the
+	// server's own buffering, which a loaded machine stretches.
+	auto behind = [&] {
+		const cvtest::MediaPackets packets = cvtest::read_packets(server.recordings("stall").at(0));
+		const auto *video = packets.first("video");
+		return video && !video->packets.empty() ? seconds_since(started) - video->packets.back().pts : 1e9;
+	};
+	const double behind_before = behind();
+	ASSERT_LT(behind_before, 1e9) << "nothing reached the server before the stall";
 	stall(12);
 	sleep_ms(5000);
 	cv::SessionStats stats = pipeline.stats();
 	EXPECT_TRUE(stats.connected);
 	EXPECT_EQ(stats.reconnects, 0u);
 	EXPECT_GT(stats.dropped.video_frames, 0u);
-	const cvtest::MediaPackets packets = cvtest::read_packets(server.recordings("stall").at(0));
-	ASSERT_NE(packets.first("video"), nullptr) << packets.error;
-	const double behind = seconds_since(started) - packets.first("video")->packets.back().pts;
-	EXPECT_LT(behind, 3.0) << "the server is this many seconds behind the encoder";
-	fprintf(stderr, "after the short stall the server is %.1f s behind\n", behind);
+	const double behind_after = behind();
+	EXPECT_LT(behind_after - behind_before, 2.0) << "the stall left the server this much further behind";
+	fprintf(stderr, "the server trails by %.1f s before the short stall and %.1f s after it\n", behind_before,
+		behind_after);
 
 	// Longer: the connection gives up after ten seconds without progress, the queue keeps
 	// only the newest pictures, and a new connection starts with them once the server
