@@ -7,6 +7,7 @@
 #include <QDockWidget>
 #include <QMainWindow>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -19,6 +20,13 @@ config_t *profile_config = nullptr;
 QMainWindow *main_window = nullptr;
 std::vector<std::pair<obs_frontend_event_cb, void *>> callbacks;
 std::vector<std::pair<obs_frontend_save_cb, void *>> save_callbacks;
+
+template<typename Callback> void forget(std::vector<std::pair<Callback, void *>> &list, Callback callback, void *data)
+{
+	const auto it = std::find(list.begin(), list.end(), std::pair{callback, data});
+	if (it != list.end())
+		list.erase(it);
+}
 OBSDataAutoRelease collection;
 void (*add_dock_hook)() = nullptr;
 
@@ -172,11 +180,7 @@ void obs_frontend_add_event_callback(obs_frontend_event_cb callback, void *data)
 
 void obs_frontend_remove_event_callback(obs_frontend_event_cb callback, void *data)
 {
-	for (auto it = callbacks.begin(); it != callbacks.end(); ++it)
-		if (it->first == callback && it->second == data) {
-			callbacks.erase(it);
-			return;
-		}
+	forget(callbacks, callback, data);
 }
 
 void obs_frontend_add_save_callback(obs_frontend_save_cb callback, void *data)
@@ -186,11 +190,7 @@ void obs_frontend_add_save_callback(obs_frontend_save_cb callback, void *data)
 
 void obs_frontend_remove_save_callback(obs_frontend_save_cb callback, void *data)
 {
-	for (auto it = save_callbacks.begin(); it != save_callbacks.end(); ++it)
-		if (it->first == callback && it->second == data) {
-			save_callbacks.erase(it);
-			return;
-		}
+	forget(save_callbacks, callback, data);
 }
 
 // The host saves its collection a moment later; here at once.

@@ -54,6 +54,15 @@ protected:
 			},
 			10000);
 	}
+	// A stream of two seconds, from start to idle.
+	void stream_briefly()
+	{
+		ASSERT_FALSE(plugin_->start_streaming());
+		ASSERT_TRUE(wait_live());
+		cvtest::sleep_ms(2000);
+		plugin_->stop_streaming();
+		ASSERT_TRUE(wait_idle());
+	}
 	QDockWidget *host_dock() const { return window_->findChild<QDockWidget *>(cv::kDockId); }
 	// The dock's status, once its timer has seen the stream's state.
 	QString status()
@@ -210,11 +219,7 @@ TEST_F(FrontendEventsTest, AProfileSwitchInTheHostsOrder)
 	EXPECT_EQ(plugin_->settings_dialog(), nullptr);
 	ASSERT_NE(plugin_->canvas(), nullptr);
 	EXPECT_EQ(plugin_->canvas()->width(), 270u);
-	ASSERT_FALSE(plugin_->start_streaming());
-	ASSERT_TRUE(wait_live());
-	cvtest::sleep_ms(2000);
-	plugin_->stop_streaming();
-	ASSERT_TRUE(wait_idle());
+	ASSERT_NO_FATAL_FAILURE(stream_briefly());
 	server.stop();
 	const std::string second = server.recordings("second").at(0);
 	EXPECT_EQ(cvtest::check_stream(second).error, "");
@@ -259,11 +264,7 @@ TEST_F(FrontendEventsTest, TheHostsVideoSettingsAreNeverLeftUnapplied)
 	cvtest::process_events_for(200);
 	ASSERT_TRUE(obs_get_video_info(&host));
 	EXPECT_EQ(host.base_width, 960u) << "applied once it stopped";
-	ASSERT_FALSE(plugin_->start_streaming());
-	ASSERT_TRUE(wait_live());
-	cvtest::sleep_ms(2000);
-	plugin_->stop_streaming();
-	ASSERT_TRUE(wait_idle());
+	ASSERT_NO_FATAL_FAILURE(stream_briefly());
 	server.stop();
 	for (const std::string &file : server.recordings("reset"))
 		EXPECT_EQ(cvtest::check_stream(file).error, "");
