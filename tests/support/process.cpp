@@ -182,6 +182,13 @@ size_t heap_in_use()
 	return info.uordblks + info.hblkhd;
 }
 
+size_t resident_bytes()
+{
+	size_t pages = 0, resident = 0;
+	std::ifstream("/proc/self/statm") >> pages >> resident;
+	return resident * size_t(sysconf(_SC_PAGESIZE));
+}
+
 double heap_floor_growth_mb(const std::vector<size_t> &samples)
 {
 	const auto third = std::ptrdiff_t(samples.size() / 3);
