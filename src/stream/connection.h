@@ -83,6 +83,8 @@ public:
 	void finish();
 
 	uint64_t bytes_written() const { return bytes_written_; }
+	// The first error of the byte stream, which FFmpeg keeps; 0 while it works.
+	int stream_error() const { return io_ ? io_->error : 0; }
 
 private:
 	bool shape_video(AVPacket *packet, bool keyframe);

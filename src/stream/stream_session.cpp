@@ -359,7 +359,7 @@ bool StreamSession::pump(Connection &connection, std::string *error)
 			*error = "no progress for 10 s";
 			return true;
 		}
-		if (is_connection_lost(rc)) {
+		if (is_connection_lost(rc, connection.stream_error())) {
 			*error = error_text(rc);
 			return true;
 		}

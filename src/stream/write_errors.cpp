@@ -8,8 +8,10 @@ extern "C" {
 
 namespace cv {
 
-bool is_connection_lost(int averror)
+bool is_connection_lost(int averror, int stream_error)
 {
+	if (averror < 0 && stream_error < 0)
+		return true;
 	switch (averror) {
 	case AVERROR(EIO):
 	case AVERROR(EPIPE):

@@ -16,27 +16,11 @@
 
 #include <obs-frontend-api.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <functional>
 
 namespace {
 
 using cvtest::frontend::fire_event;
-
-// How much the heap's floor rose from the middle third of the samples to the last. The
-// first third is left out: caches and pools the host fills once (its renderer's among
-// them) may still be growing there. A single sample may catch objects the host is still
-// destroying; a leaked canvas, encoder set or queue raises the floor by a megabyte or so
-// a round.
-double floor_growth_mb(const std::vector<size_t> &samples)
-{
-	const auto third = std::ptrdiff_t(samples.size() / 3);
-	const double middle = double(*std::min_element(samples.begin() + third, samples.end() - third)) / 1e6;
-	const double last = double(*std::min_element(samples.end() - third, samples.end())) / 1e6;
-	fprintf(stderr, "heap floor %.1f MB, then %.1f MB\n", middle, last);
-	return last - middle;
-}
 
 class CyclesTest : public cvtest::HostTest {
 protected:
@@ -111,7 +95,8 @@ void CyclesTest::run_rounds(int rounds, const std::function<void(int)> &round, c
 	}
 	ASSERT_NO_FATAL_FAILURE(expect_last_stream_decodes(last_key, width));
 	EXPECT_LE(cvtest::thread_count(), threads);
-	EXPECT_LT(floor_growth_mb(heap), 2.0);
+	// A leaked canvas, encoder set or queue raises the floor by a megabyte or so a round.
+	EXPECT_LT(cvtest::heap_floor_growth_mb(heap), 2.0);
 }
 
 // The main stream is live: every runtime starts its stream, and every other switch comes

@@ -2,7 +2,9 @@
 
 #include "wait.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -178,6 +180,22 @@ size_t heap_in_use()
 {
 	const struct mallinfo2 info = mallinfo2();
 	return info.uordblks + info.hblkhd;
+}
+
+size_t resident_bytes()
+{
+	size_t pages = 0, resident = 0;
+	std::ifstream("/proc/self/statm") >> pages >> resident;
+	return resident * size_t(sysconf(_SC_PAGESIZE));
+}
+
+double heap_floor_growth_mb(const std::vector<size_t> &samples)
+{
+	const auto third = std::ptrdiff_t(samples.size() / 3);
+	const double middle = double(*std::min_element(samples.begin() + third, samples.end() - third)) / 1e6;
+	const double last = double(*std::min_element(samples.end() - third, samples.end())) / 1e6;
+	fprintf(stderr, "heap floor %.1f MB, then %.1f MB\n", middle, last);
+	return last - middle;
 }
 
 } // namespace cvtest

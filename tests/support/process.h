@@ -49,5 +49,11 @@ std::string make_temp_dir(const std::string &prefix);
 size_t thread_count();
 // Bytes the allocator has handed out and not been given back.
 size_t heap_in_use();
+// Bytes of the process's memory that are resident now (what top shows as RES).
+size_t resident_bytes();
+// How much the heap's floor rose from the middle third of `samples` to the last, in MB. The
+// first third is left out: caches and pools the host fills once (its renderer's among them)
+// may still be growing there. A single sample may catch objects still being destroyed.
+double heap_floor_growth_mb(const std::vector<size_t> &samples);
 
 } // namespace cvtest

@@ -182,4 +182,7 @@ TEST(WriteErrors, ConnectionLossVersusOtherFailures)
 	for (int other : {0, 1, EPIPE, AVERROR(EAGAIN), AVERROR(EINVAL), AVERROR(ENOMEM), AVERROR_EXIT,
 			  AVERROR_INVALIDDATA, AVERROR_BUG})
 		EXPECT_FALSE(cv::is_connection_lost(other)) << other;
+	// Whatever the code, once the byte stream has failed nothing more goes out on it.
+	EXPECT_TRUE(cv::is_connection_lost(AVERROR_UNKNOWN, AVERROR_UNKNOWN));
+	EXPECT_FALSE(cv::is_connection_lost(AVERROR(EINVAL), 0));
 }
