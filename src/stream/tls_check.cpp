@@ -177,7 +177,8 @@ CertificateCheck check_certificate(const std::string &host, int port, const std:
 		return {Outcome::Unreached, error};
 
 	Session session;
-	if (gnutls_init(&session.value, GNUTLS_CLIENT | GNUTLS_NONBLOCK) < 0 ||
+	// A server that has gone must not end the host with SIGPIPE.
+	if (gnutls_init(&session.value, GNUTLS_CLIENT | GNUTLS_NONBLOCK | GNUTLS_NO_SIGNAL) < 0 ||
 	    gnutls_set_default_priority(session.value) < 0 ||
 	    gnutls_credentials_set(session.value, GNUTLS_CRD_CERTIFICATE, credentials.value) < 0)
 		return {Outcome::Unreached, "GnuTLS could not make a session"};
