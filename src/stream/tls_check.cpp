@@ -58,7 +58,6 @@ bool connect_tcp(const std::string &host, int port, const std::function<bool()> 
 		 std::string *error)
 {
 	addrinfo hints = {};
-	hints.ai_family = AF_UNSPEC;
 	hints.ai_socktype = SOCK_STREAM;
 	addrinfo *found = nullptr;
 	const int rc = getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found);
