@@ -8,8 +8,10 @@ pkg_check_modules(
   libavformat
   libavcodec
   libavutil)
+# The check of a TLS server's certificate.
+pkg_check_modules(GNUTLS REQUIRED IMPORTED_TARGET gnutls)
 
-# The fuzz targets link only the host-free logic, which needs FFmpeg alone.
+# The fuzz targets link only the host-free logic, which needs FFmpeg and GnuTLS alone.
 if(CV_FUZZ_ONLY)
   return()
 endif()

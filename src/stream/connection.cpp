@@ -2,6 +2,7 @@
 
 #include "annexb.h"
 #include "stream_url.h"
+#include "tls_check.h"
 
 #include "base/log.h"
 
@@ -9,6 +10,11 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <strings.h>
+
+extern "C" {
+#include <libavutil/opt.h>
+}
 
 namespace cv {
 
@@ -17,6 +23,8 @@ namespace {
 constexpr auto kRounding = AVRounding(AV_ROUND_NEAR_INF | AV_ROUND_PASS_MINMAX);
 constexpr int kAacFrameSamples = 1024;
 constexpr int64_t kAudioBitrate = 160000;
+// FFmpeg's, for rtmps:// and rtmpts:// alike.
+constexpr int kRtmpsDefaultPort = 443;
 
 int64_t now_ns()
 {
@@ -60,6 +68,32 @@ bool replace_payload(AVPacket *packet, const std::vector<uint8_t> &payload)
 	packet->data = buffer->data;
 	packet->size = int(payload.size());
 	return true;
+}
+
+// The TLS forms of RTMP, as FFmpeg names them, in any letter case.
+bool has_scheme(const std::string &url, const char *scheme)
+{
+	const size_t length = strlen(scheme);
+	return url.size() > length && strncasecmp(url.c_str(), scheme, length) == 0;
+}
+
+bool is_rtmpts_url(const std::string &url)
+{
+	return has_scheme(url, "rtmpts://");
+}
+
+bool is_tls_url(const std::string &url)
+{
+	return has_scheme(url, "rtmps://") || is_rtmpts_url(url);
+}
+
+// Whether FFmpeg's TLS checks the certificate also when nobody asks it to (from FFmpeg 9
+// on), as on the connections that the options handed to it do not reach.
+bool ffmpeg_tls_verifies_unasked()
+{
+	const AVClass *tls = avio_protocol_get_class("tls");
+	const AVOption *verify = tls ? av_opt_find(&tls, "tls_verify", nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) : nullptr;
+	return verify && verify->default_val.i64 != 0;
 }
 
 } // namespace
@@ -110,10 +144,12 @@ Connection::~Connection()
 	av_bsf_free(&annexb_filter_);
 }
 
-bool Connection::open(std::string *error)
+bool Connection::open(std::string *error, std::string *untrusted)
 {
 	AVDictionary *options = nullptr;
 	std::string url = destination_.url;
+	if (is_tls_url(url) && !check_server(&options, error, untrusted))
+		return false;
 	if (destination_.srt) {
 		// FFmpeg quotes the address it fails to reach in its own log: the stream id and
 		// passphrase go to it as options instead, and the address it sees has neither.
@@ -310,6 +346,44 @@ void Connection::finish()
 	if (format_)
 		format_->pb = nullptr;
 	close_io();
+}
+
+// RTMP over TLS: what FFmpeg's TLS checks depends on its version (older ones check nothing
+// unless asked), and it tells no reason, so the certificate is checked here first; FFmpeg
+// is then asked to check it again on the connection it makes, so that a server presenting
+// another certificate to that one gets nothing either.
+bool Connection::check_server(AVDictionary **options, std::string *error, std::string *untrusted)
+{
+	const std::string &url = destination_.url;
+	// As large as FFmpeg's RTMP takes them.
+	char user[128] = {}, host[256] = {};
+	int port = -1;
+	av_url_split(nullptr, 0, user, sizeof(user), host, sizeof(host), &port, nullptr, 0, url.c_str());
+	// The options reach only the first TLS connection FFmpeg makes: not the HTTPS tunnel of
+	// rtmpts://, and not the connections an RTMP login (user name and password) makes again.
+	if ((is_rtmpts_url(url) || user[0]) && !ffmpeg_tls_verifies_unasked()) {
+		*untrusted = "this FFmpeg would not check it on the further connections of an rtmpts:// address or a "
+			     "login with user name and password";
+		return false;
+	}
+	const std::string authorities = trusted_authorities_file();
+	const CertificateCheck check = check_certificate(host, port > 0 ? port : kRtmpsDefaultPort, authorities,
+							 [this] { return deadline_.passed(); });
+	switch (check.outcome) {
+	case CertificateCheck::Outcome::Untrusted:
+		*untrusted = check.detail;
+		return false;
+	case CertificateCheck::Outcome::Unreached:
+		*error = check.detail;
+		return false;
+	case CertificateCheck::Outcome::Trusted:
+		break;
+	}
+	// FFmpeg's TLS then checks the chain against these authorities and, with GnuTLS (which
+	// Debian builds it with), that the certificate names the host of the address.
+	av_dict_set(options, "tls_verify", "1", 0);
+	av_dict_set(options, "ca_file", authorities.c_str(), 0);
+	return true;
 }
 
 void Connection::close_io()

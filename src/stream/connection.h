@@ -1,7 +1,7 @@
 #pragma once
 
 // One connection of the vertical stream to its server: FFmpeg's RTMP or SRT protocol
-// with its FLV or MPEG-TS muxer. Every call may wait for the network, so only the
+// with its FLV or MPEG-TS muxer, RTMP over TLS only to a server whose certificate passes. Every call may wait for the network, so only the
 // stream's own thread makes them, and each gives up once its IoDeadline has passed.
 
 #include "send_queue.h"
@@ -72,8 +72,10 @@ public:
 	Connection(const Connection &) = delete;
 	Connection &operator=(const Connection &) = delete;
 
-	// Name lookup, connect, handshake and, for RTMP, the publish. False with the reason.
-	bool open(std::string *error);
+	// Name lookup, connect, handshake and, for RTMP, the publish. False with the reason;
+	// when that is the certificate of an RTMPS server, `untrusted` says what is wrong with
+	// it, and the server got nothing but the TLS handshake.
+	bool open(std::string *error, std::string *untrusted);
 	// The streams and the container header.
 	bool start(const StreamLayout &layout, std::string *error);
 	// Sends one packet, its timestamps in its own time base: every stream is timed from
@@ -87,6 +89,7 @@ public:
 	int stream_error() const { return io_ ? io_->error : 0; }
 
 private:
+	bool check_server(AVDictionary **options, std::string *error, std::string *untrusted);
 	bool shape_video(AVPacket *packet, bool keyframe);
 	void close_io();
 

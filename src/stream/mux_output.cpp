@@ -173,7 +173,7 @@ SessionEvents session_events(MuxOutput *mux)
 	events.reconnecting = [output] {
 		obs_output_set_last_error(output, kReconnectingError);
 	};
-	events.failed = [mux, output](Failure failure, ErrorCode error) {
+	events.failed = [mux, output](Failure failure, const Error &error) {
 		mux->set_failure(error);
 		obs_output_set_last_error(output, english(error).c_str());
 		// Ends the capture too: the host reports exactly one stop, carrying this code.

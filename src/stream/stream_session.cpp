@@ -189,10 +189,11 @@ void StreamSession::run()
 	for (;;) {
 		bool lost = false;
 		std::string error;
+		std::string untrusted;
 		{
 			Connection connection(destination_, deadline_);
 			const Clock::time_point began = Clock::now();
-			if (!connect(connection, &error)) {
+			if (!connect(connection, &error, &untrusted)) {
 				bool stopped;
 				{
 					std::lock_guard lock(mutex_);
@@ -200,6 +201,16 @@ void StreamSession::run()
 				}
 				if (stopped)
 					break;
+				// Waiting does not mend a certificate, and this server gets no key, on a
+				// reconnect neither: a certificate that changes under a stream is the
+				// sign of someone in between.
+				if (!untrusted.empty()) {
+					log_error(
+						"Vertical stream refused the certificate of %s (%s); nothing was sent",
+						destination_.log_url.c_str(), untrusted.c_str());
+					fail(Failure::Stream, {ErrorCode::Certificate, untrusted});
+					break;
+				}
 				const bool timed_out = deadline_.passed();
 				if (timed_out)
 					error = "no answer within 10 s";
@@ -287,7 +298,7 @@ void StreamSession::run()
 		 double(totals.bytes_sent) / 1e6, (unsigned long long)totals.dropped.video_frames, totals.reconnects);
 }
 
-bool StreamSession::connect(Connection &connection, std::string *error)
+bool StreamSession::connect(Connection &connection, std::string *error, std::string *untrusted)
 {
 	{
 		std::lock_guard lock(mutex_);
@@ -296,7 +307,7 @@ bool StreamSession::connect(Connection &connection, std::string *error)
 			return false;
 		deadline_.arm(kConnectTimeout);
 	}
-	if (!connection.open(error))
+	if (!connection.open(error, untrusted))
 		return false;
 
 	// The encoders normally have their headers by now; the connection waits for them.
@@ -387,7 +398,7 @@ bool StreamSession::sleep_unless_stopped(milliseconds delay)
 	return !wake_.wait_for(lock, delay, [this] { return stop_requested_ || encoder_failed_; });
 }
 
-void StreamSession::fail(Failure failure, ErrorCode error)
+void StreamSession::fail(Failure failure, const Error &error)
 {
 	std::unique_lock events_lock(events_mutex_);
 	events_ready_.wait(events_lock, [this] { return events_begun_ || events_closed_; });

@@ -41,9 +41,9 @@ enum class Failure {
 // Told on the session's thread, one at a time, none before begin_events() and none after
 // stop() or detach().
 struct SessionEvents {
-	std::function<void()> connected;                      // live again after a lost connection
-	std::function<void()> reconnecting;                   // a live connection was lost
-	std::function<void(Failure, ErrorCode error)> failed; // at most once; the session ends
+	std::function<void()> connected;                         // live again after a lost connection
+	std::function<void()> reconnecting;                      // a live connection was lost
+	std::function<void(Failure, const Error &error)> failed; // at most once; the session ends
 };
 
 struct SessionStats {
@@ -96,13 +96,13 @@ public:
 private:
 	StreamSession(const Destination &destination, const QueueLimits &limits, SessionEvents events);
 	void run();
-	bool connect(Connection &connection, std::string *error);
+	bool connect(Connection &connection, std::string *error, std::string *untrusted);
 	// Sends until the connection is lost (true, with the reason) or the stop has sent
 	// what it could (false).
 	bool pump(Connection &connection, std::string *error);
 	void keep_sent(QueuedPacket packet);
 	bool sleep_unless_stopped(std::chrono::milliseconds delay);
-	void fail(Failure failure, ErrorCode error);
+	void fail(Failure failure, const Error &error);
 	void tell(const std::function<void()> &event);
 
 	const Destination destination_;

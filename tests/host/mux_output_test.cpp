@@ -2,6 +2,7 @@
 // servers: streams decode from their first frame, a destination that cannot be used stops
 // the output once, and the host's own stream never waits for it.
 
+#include "certificates.h"
 #include "host.h"
 #include "host_rtmp_output.h"
 #include "media.h"
@@ -12,6 +13,7 @@
 #include "stream/mux_output.h"
 
 #include <chrono>
+#include <map>
 #include <utility>
 
 using cvtest::MuxPipeline;
@@ -52,15 +54,19 @@ void expect_clean(const std::string &recording, double seconds, size_t audio_str
 
 } // namespace
 
-// Refused at once, or accepted and never answered: one stop, with an error saying which.
+// Refused at once, or accepted and never answered, over TLS too: one stop, with an error
+// saying which.
 TEST_F(MuxOutputTest, UnusableDestinationsStopTheOutputOnce)
 {
 	cvtest::SilentTcpServer silent;
-	for (const auto &[port, error] :
-	     {std::pair{cvtest::free_tcp_port(), cv::kRejectedError}, std::pair{silent.port(), cv::kNoAnswerError}}) {
-		SCOPED_TRACE(error);
+	const std::string closed = "127.0.0.1:" + std::to_string(cvtest::free_tcp_port()) + "/live";
+	const std::string hung = "127.0.0.1:" + std::to_string(silent.port()) + "/live";
+	for (const auto &[server, error] :
+	     {std::pair{"rtmp://" + closed, cv::kRejectedError}, std::pair{"rtmp://" + hung, cv::kNoAnswerError},
+	      std::pair{"rtmps://" + closed, cv::kRejectedError}, std::pair{"rtmps://" + hung, cv::kNoAnswerError}}) {
+		SCOPED_TRACE(server);
 		MuxPipeline pipeline;
-		ASSERT_TRUE(pipeline.create("rtmp://127.0.0.1:" + std::to_string(port) + "/live", "secret-key"));
+		ASSERT_TRUE(pipeline.create(server, "secret-key"));
 		ASSERT_TRUE(pipeline.start());
 		ASSERT_TRUE(pipeline.wait_inactive(20000));
 		sleep_ms(500);
@@ -109,6 +115,73 @@ TEST_F(MuxOutputTest, StreamsDecodeFromTheirFirstFrame)
 	}
 	for (const char *secret : {"vert-key", "supersecret1", "publish:me"})
 		EXPECT_EQ(cvtest::log_count(secret), 0u) << secret;
+}
+
+// RTMPS sends the key only to a server whose certificate chain leads to a trusted authority
+// and names the host, on a reconnect too; any other gets the TLS handshake and nothing
+// more, and the destination stops with an error naming the certificate's fault.
+TEST_F(MuxOutputTest, RtmpsSendsTheKeyOnlyToATrustedCertificate)
+{
+	std::string error;
+	cvtest::TestCertificates certificates;
+	ASSERT_TRUE(certificates.make_authority("trusted", &error)) << error;
+	ASSERT_TRUE(certificates.make_authority("unknown", &error)) << error;
+	const struct {
+		std::string name, host, issuer;
+		bool expired;
+		std::string fault; // none: streams
+	} rows[] = {
+		{"good", "localhost", "trusted", false, ""},
+		{"stranger", "localhost", "unknown", false, "issued by an unknown authority"},
+		{"misnamed", "elsewhere.example", "trusted", false, "made out to another host name than localhost"},
+		{"expired", "localhost", "trusted", true, "expired"},
+	};
+	cvtest::RtmpServer nginx;
+	std::map<std::string, uint16_t> ports;
+	for (const auto &row : rows) {
+		ASSERT_TRUE(certificates.make_server(row.name, row.host, row.issuer, row.expired, &error)) << error;
+		ports[row.name] = nginx.serve_tls(certificates.certificate(row.name), certificates.key(row.name));
+	}
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	const cvtest::ScopedEnv trust("SSL_CERT_FILE", certificates.certificate("trusted"));
+
+	auto expect_refused = [](MuxPipeline &pipeline, const std::string &fault) {
+		ASSERT_TRUE(pipeline.wait_inactive(20000));
+		EXPECT_EQ(pipeline.stop_codes(), std::vector<long long>{OBS_OUTPUT_ERROR});
+		const cv::Error failure = cv::mux_output_failure(pipeline.output());
+		EXPECT_EQ(failure.code, cv::ErrorCode::Certificate);
+		EXPECT_EQ(failure.detail, fault);
+		EXPECT_NE(std::string(pipeline.last_error()).find("certificate"), std::string::npos);
+	};
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.name);
+		MuxPipeline pipeline;
+		const std::string url = "rtmps://localhost:" + std::to_string(ports[row.name]) + "/live";
+		ASSERT_TRUE(pipeline.create(url, "key-" + row.name));
+		ASSERT_TRUE(pipeline.start());
+		if (!row.fault.empty()) {
+			expect_refused(pipeline, row.fault);
+			continue;
+		}
+		ASSERT_TRUE(pipeline.wait_connected(20000));
+		sleep_ms(4000);
+		// The server comes back with an expired certificate: the reconnect sends nothing.
+		nginx.serve_tls(certificates.certificate("expired"), certificates.key("expired"), ports[row.name]);
+		ASSERT_TRUE(nginx.restart(&error)) << error;
+		expect_refused(pipeline, "expired");
+	}
+	nginx.stop();
+	const std::string log = cvtest::read_file(nginx.dir() + "/error.log");
+	for (const auto &row : rows) {
+		SCOPED_TRACE(row.name);
+		const std::vector<std::string> recordings = nginx.recordings("key-" + row.name);
+		EXPECT_EQ(recordings.size(), row.fault.empty() ? 1u : 0u);
+		if (!row.fault.empty()) {
+			EXPECT_EQ(log.find("key-" + row.name), std::string::npos) << "the server saw the key";
+		} else if (!recordings.empty()) {
+			expect_clean(recordings[0], 4.0, cv::kFlvCarriesAllAudioTracks ? 2 : 1);
+		}
+	}
 }
 
 // While the vertical output hangs on a server that accepts and never answers, or on an

@@ -136,23 +136,47 @@ bool ServerProcess::restart(std::string *error)
 	return start(error);
 }
 
+uint16_t RtmpServer::serve_tls(const std::string &certificate, const std::string &key, uint16_t port)
+{
+	if (!port)
+		port = free_tcp_port();
+	tls_ports_.erase(std::remove_if(tls_ports_.begin(), tls_ports_.end(),
+					[&](const TlsPort &tls) { return tls.port == port; }),
+			 tls_ports_.end());
+	tls_ports_.push_back({port, certificate, key});
+	return port;
+}
+
 std::vector<std::string> RtmpServer::command()
 {
 	const std::string conf = dir_ + "/nginx.conf";
 	std::filesystem::create_directories(dir_ + "/recordings");
-	std::string module;
-	for (const char *dir : {"/usr/lib/nginx/modules", "/usr/share/nginx/modules"})
-		if (module.empty() && std::filesystem::exists(std::string(dir) + "/ngx_rtmp_module.so"))
-			module = std::string(dir) + "/ngx_rtmp_module.so";
+	std::string modules;
+	for (const std::string name : {"rtmp", "stream"}) {
+		if (name == "stream" && tls_ports_.empty())
+			continue;
+		for (const char *dir : {"/usr/lib/nginx/modules/", "/usr/share/nginx/modules/"})
+			if (std::filesystem::exists(dir + ("ngx_" + name + "_module.so"))) {
+				modules += "load_module " + (dir + ("ngx_" + name + "_module.so")) + ";\n";
+				break;
+			}
+	}
 	// One process in the foreground; file names carry the second of the publish and the
 	// server's run, so that runs within the same second keep their files apart.
-	std::ofstream(conf)
-		<< "daemon off;\nmaster_process off;\nworker_processes 1;\n"
-		<< "pid " << dir_ << "/nginx.pid;\nerror_log " << dir_ << "/error.log info;\n"
-		<< (module.empty() ? "" : "load_module " + module + ";\n") << "events { worker_connections 256; }\n"
-		<< "rtmp { server { listen 127.0.0.1:" << port_ << "; application live {\n"
-		<< "live on; record all; record_unique on; record_suffix -g" << run_ << ".flv;\n"
-		<< "record_path " << dir_ << "/recordings; } } }\n";
+	std::ofstream file(conf);
+	file << "daemon off;\nmaster_process off;\nworker_processes 1;\n"
+	     << "pid " << dir_ << "/nginx.pid;\nerror_log " << dir_ << "/error.log info;\n"
+	     << modules << "events { worker_connections 256; }\n"
+	     << "rtmp { server { listen 127.0.0.1:" << port_ << "; application live {\n"
+	     << "live on; record all; record_unique on; record_suffix -g" << run_ << ".flv;\n"
+	     << "record_path " << dir_ << "/recordings; } } }\n";
+	if (!tls_ports_.empty()) {
+		file << "stream {\n";
+		for (const TlsPort &tls : tls_ports_)
+			file << "server { listen 127.0.0.1:" << tls.port << " ssl; ssl_certificate " << tls.certificate
+			     << "; ssl_certificate_key " << tls.key << "; proxy_pass 127.0.0.1:" << port_ << "; }\n";
+		file << "}\n";
+	}
 	return {"nginx", "-p", dir_ + "/", "-e", dir_ + "/error.log", "-c", conf};
 }
 

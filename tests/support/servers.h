@@ -48,9 +48,20 @@ public:
 	std::string app_url() const { return "rtmp://127.0.0.1:" + std::to_string(port_) + "/live"; }
 	// One recording per publish of `key`, oldest first.
 	std::vector<std::string> recordings(const std::string &key) const;
+	// From the next start on, nginx's stream module also takes TLS on a port of 127.0.0.1
+	// (a new one when `port` is 0) with this certificate, and hands what it decrypts to
+	// the RTMP port. Returns the port.
+	uint16_t serve_tls(const std::string &certificate, const std::string &key, uint16_t port = 0);
 
 protected:
 	std::vector<std::string> command() override;
+
+private:
+	struct TlsPort {
+		uint16_t port;
+		std::string certificate, key;
+	};
+	std::vector<TlsPort> tls_ports_;
 };
 
 // srt-live-transmit as a listener: stores one caller's MPEG-TS bytes and ends when the
