@@ -28,6 +28,8 @@ const Known kKnown[] = {
 	{ErrorCode::MissingField, "MissingField", "Error.MissingField", "Missing field \"%1\""},
 	{ErrorCode::FieldNotString, "FieldNotString", "Error.FieldNotString", "Field \"%1\" must be a string"},
 	{ErrorCode::NotLoaded, "NotLoaded", "Error.NotLoaded", "Corvane Vertical Canvas is not loaded"},
+	{ErrorCode::ProfileSwitching, "ProfileSwitching", "Error.ProfileSwitching",
+	 "The vertical canvas is still changing to the new profile; try again in a moment"},
 	{ErrorCode::RequestTimeout, "RequestTimeout", "Error.RequestTimeout",
 	 "OBS did not take the request within 5 s; it may still be carried out"},
 	{ErrorCode::UrlEmpty, "UrlEmpty", "Error.UrlEmpty", "RTMP URL is empty"},

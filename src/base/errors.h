@@ -25,10 +25,11 @@ enum class ErrorCode {
 	FieldNotString,  // detail: the field
 	NotLoaded,
 	RequestTimeout,
+	ProfileSwitching,
 	// Destinations.
 	UrlEmpty,
 	KeyEmpty,
-	UrlUnusable, // detail: what is wrong with the address
+	UrlUnusable,   // detail: what is wrong with the address
 	NoSuchService, // detail: the service
 	Rejected,
 	NoAnswer,

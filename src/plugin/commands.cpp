@@ -95,6 +95,8 @@ Error Plugin::start_streaming(const std::string &destination_id)
 {
 	if (!output_)
 		return ErrorCode::NoCanvas;
+	if (profile_pending_)
+		return ErrorCode::ProfileSwitching;
 	const Error error = output_->start(destination_id);
 	// Websocket clients hear of it now, not at the next look.
 	if (remote_)
@@ -131,6 +133,8 @@ Error Plugin::start_recording()
 {
 	if (!recording_)
 		return ErrorCode::NoCanvas;
+	if (profile_pending_)
+		return ErrorCode::ProfileSwitching;
 	if (recording_->is_active())
 		return {};
 	BPtr<char> folder = obs_frontend_get_current_record_output_path();

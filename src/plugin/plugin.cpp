@@ -320,6 +320,11 @@ void Plugin::save_settings(const PluginConfig &config)
 
 void Plugin::open_settings_dialog()
 {
+	// The profile being left is no longer the one to edit.
+	if (profile_pending_) {
+		settings_requested_ = true;
+		return;
+	}
 	if (settings_dialog_) {
 		settings_dialog_->raise();
 		settings_dialog_->activateWindow();
@@ -406,20 +411,39 @@ void Plugin::show_runtime()
 		dock_->setRuntime(canvas_.get(), output_.get(), recording_.get());
 }
 
-// Before the host resets its video for the new profile: nothing of the vertical canvas
-// may still run then, or the host keeps the old profile's video settings.
+// The host resets its video for the new profile right after this, and cannot while
+// anything vertical runs. Idle, the runtime goes at once; running, its outputs are asked to
+// stop and the new profile follows once they have: waiting here would hold up the host's
+// window, and the host's video settings are applied then.
 void Plugin::on_profile_changing()
 {
-	log_info("Profile changing — stopping the vertical outputs");
 	// One profile's destinations and keys never land in another's file.
 	if (settings_dialog_)
 		delete settings_dialog_.data();
-	take_down_runtime(true);
+	if (!output_ || output_->idle()) {
+		log_info("Profile changing");
+		take_down_runtime(true);
+		return;
+	}
+	log_info("Profile changing — stopping the vertical outputs; the new profile applies once they have stopped");
+	profile_pending_ = true;
+	if (recording_)
+		recording_->stop();
+	output_->stop();
 }
 
 void Plugin::on_profile_changed()
 {
+	if (profile_pending_ && output_ && !output_->idle())
+		return;
+	take_up_profile();
+}
+
+void Plugin::take_up_profile()
+{
 	log_info("Profile change — rebuilding vertical runtime");
+	const bool host_video_behind = profile_pending_;
+	profile_pending_ = false;
 	if (output_)
 		take_down_runtime(true);
 	if (settings_dialog_)
@@ -430,17 +454,26 @@ void Plugin::on_profile_changed()
 	for (const SettingWarning &warning : warnings_)
 		log_warning("The profile's %s=%s cannot be used — its default is used instead", warning.key.c_str(),
 			    warning.value.c_str());
-	host_video_pending_ = false;
+	// The host's reset came while the old outputs still ran.
+	host_video_pending_ = host_video_behind;
 	if (!build_runtime())
 		log_error("Failed to rebuild vertical runtime after profile change");
 	show_runtime();
+	if (settings_requested_) {
+		settings_requested_ = false;
+		open_settings_dialog();
+	}
+	apply_pending();
 }
 
 void Plugin::on_output_idle()
 {
 	if (!output_ || !output_->idle())
 		return;
-	apply_pending();
+	if (profile_pending_)
+		take_up_profile();
+	else
+		apply_pending();
 }
 
 void Plugin::apply_pending()

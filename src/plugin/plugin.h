@@ -86,6 +86,7 @@ private:
 	bool build_runtime();
 	// Stops and lets go of the output and the recording, and of the canvas unless kept.
 	void take_down_runtime(bool keep_canvas = false);
+	void take_up_profile();
 	void show_runtime();
 	void on_hotkey(HotkeyAction action);
 	void scenes_edited();
@@ -122,6 +123,10 @@ private:
 	bool canvas_pending_ = false;
 	// The host's own video settings it could not apply while the vertical output ran.
 	bool host_video_pending_ = false;
+	// A profile switch came while the vertical outputs ran: the new profile is taken up
+	// once they have stopped.
+	bool profile_pending_ = false;
+	bool settings_requested_ = false;
 };
 
 } // namespace cv

@@ -56,8 +56,9 @@ QWidget *show_notice(NoticeKind kind, const std::string &name, const Error &erro
 
 void post_notice(NoticeKind kind, const std::string &name, const Error &error)
 {
+	// Without the host's widgets there is nothing to show a notice on.
 	QCoreApplication *app = QCoreApplication::instance();
-	if (!app) {
+	if (!qobject_cast<QApplication *>(app)) {
 		log_error("%s%s%s", name.c_str(), name.empty() ? "" : ": ", english(error).c_str());
 		return;
 	}

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Inside the real obs the main stream drives the vertical one, and a profile switch
 rebuilds the vertical canvas; with only the vertical stream running, the switch stops it
-before the host resets its video, so the new profile's video settings apply."""
+and the new profile's video settings apply once it has stopped."""
 
 import time
 import unittest
@@ -31,14 +31,15 @@ class FrontendEvents(unittest.TestCase):
         obs.request("StopStream")
         self.assertTrue(wait_until(lambda: keys["vertical"] in server.access_log()))
         # The vertical stream alone: a switch ends it (nginx logs a publish once it ends)
-        # and the new profile's video settings apply; the new canvas waits for the next start.
+        # and the new profile's video settings apply once it has; the new canvas waits for
+        # the next start.
         self.assertEqual(obs.vendor("StartStreaming"), {"ok": True})
         self.assertTrue(wait_until(lambda: len(server.recordings(keys["vertical"])) == 2))
         obs.request("SetCurrentProfile", {"profileName": "Tall"})
         self.assertTrue(wait_until(lambda: server.access_log().count(keys["vertical"]) == 2))
-        video = obs.request("GetVideoSettings")
-        self.assertEqual((video["baseWidth"], video["baseHeight"]), (960, 540))
-        self.assertEqual(obs.vendor("GetStatus")["canvas"]["width"], 720)
+        video = lambda: obs.request("GetVideoSettings")
+        self.assertTrue(wait_until(lambda: (video()["baseWidth"], video()["baseHeight"]) == (960, 540)), video())
+        self.assertTrue(wait_until(lambda: obs.vendor("GetStatus")["canvas"]["width"] == 720))
         self.assertEqual(server.recordings(keys["tall"]), [])
         obs.request("StartStream")
         self.assertTrue(wait_until(lambda: server.recordings(keys["tall"])), obs.log_text()[-3000:])

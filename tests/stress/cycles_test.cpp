@@ -16,6 +16,8 @@
 
 #include <obs-frontend-api.h>
 
+#include <QCoreApplication>
+
 #include <functional>
 
 namespace {
@@ -27,6 +29,11 @@ protected:
 	void SetUp() override
 	{
 		HostTest::SetUp();
+		// The host's event loop, on which the plug-in's queued work runs.
+		static int argc = 1;
+		static char name[] = "cv_stress_tests";
+		static char *argv[] = {name, nullptr};
+		static QCoreApplication app(argc, argv);
 		std::string error;
 		ASSERT_TRUE(server_.start(&error)) << error;
 		cvtest::write_file(global_file(),
@@ -101,7 +108,8 @@ void CyclesTest::run_rounds(int rounds, const std::function<void(int)> &round, c
 
 // The main stream is live: every runtime starts its stream, and every other switch comes
 // before the connection is made. Each switch is the host's: PROFILE_CHANGING, its video
-// reset to another size (refused if anything vertical still ran), PROFILE_CHANGED.
+// reset to another size (refused while anything vertical still runs, then made once it has
+// stopped), PROFILE_CHANGED.
 TEST_F(CyclesTest, ProfileSwitchesWhileStreaming)
 {
 	const std::string first = make_profile("first", 360, 640);
@@ -115,11 +123,17 @@ TEST_F(CyclesTest, ProfileSwitchesWhileStreaming)
 			fire_event(OBS_FRONTEND_EVENT_STREAMING_STARTING);
 			ASSERT_TRUE(vertical_active());
 			ASSERT_TRUE(i % 2 || cvtest::wait_mux_connected(20000));
-			ASSERT_EQ(cvtest::frontend::switch_profile(i % 2 ? first : second, i % 2 ? 1920 : 1280,
-								   i % 2 ? 1080 : 720),
-				  OBS_VIDEO_SUCCESS);
-			ASSERT_NE(plugin_->canvas(), nullptr);
-			EXPECT_EQ(plugin_->canvas()->width(), i % 2 ? 360u : 270u);
+			cvtest::frontend::switch_profile(i % 2 ? first : second, i % 2 ? 1920 : 1280,
+							 i % 2 ? 1080 : 720);
+			obs_video_info host = {};
+			ASSERT_TRUE(cvtest::wait_until(
+				[&] {
+					QCoreApplication::processEvents();
+					return obs_get_video_info(&host) &&
+					       host.base_width == (i % 2 ? 1920u : 1280u) && plugin_->canvas() &&
+					       plugin_->canvas()->width() == (i % 2 ? 360u : 270u);
+				},
+				10000));
 			EXPECT_EQ(plugin_->canvas()->scene_names(), (std::vector<std::string>{"Talk", "Game"}));
 			EXPECT_FALSE(vertical_active()) << "a switch stops the vertical stream";
 		},

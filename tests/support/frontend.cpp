@@ -3,6 +3,7 @@
 #include <obs-frontend-api.h>
 #include <obs.hpp>
 #include <util/bmem.h>
+#include <util/util.hpp>
 
 #include <QDockWidget>
 #include <QMainWindow>
@@ -17,6 +18,8 @@ namespace {
 
 std::string profile_dir;
 config_t *profile_config = nullptr;
+// The profile's settings when the test gives none; libobs counts its memory.
+ConfigFile own_profile_config;
 QMainWindow *main_window = nullptr;
 std::vector<std::pair<obs_frontend_event_cb, void *>> callbacks;
 std::vector<std::pair<obs_frontend_save_cb, void *>> save_callbacks;
@@ -36,6 +39,21 @@ void added_dock(QDockWidget *dock)
 		main_window->addDockWidget(Qt::RightDockWidgetArea, dock);
 	if (auto *hook = std::exchange(add_dock_hook, nullptr))
 		hook();
+}
+
+// The host's ResetVideo: the profile's video settings over the running ones.
+int reset_video()
+{
+	obs_video_info video = {};
+	if (!obs_get_video_info(&video))
+		return OBS_VIDEO_FAIL;
+	if (profile_config) {
+		video.base_width = uint32_t(config_get_uint(profile_config, "Video", "BaseCX"));
+		video.base_height = uint32_t(config_get_uint(profile_config, "Video", "BaseCY"));
+		video.output_width = uint32_t(config_get_uint(profile_config, "Video", "OutputCX"));
+		video.output_height = uint32_t(config_get_uint(profile_config, "Video", "OutputCY"));
+	}
+	return obs_reset_video(&video);
 }
 
 void save()
@@ -66,6 +84,7 @@ void reset()
 {
 	profile_dir.clear();
 	profile_config = nullptr;
+	own_profile_config.Close();
 	main_window = nullptr;
 	callbacks.clear();
 	save_callbacks.clear();
@@ -99,12 +118,19 @@ void load_collection(obs_data_t *modules)
 int switch_profile(const std::string &dir, uint32_t width, uint32_t height)
 {
 	fire_event(OBS_FRONTEND_EVENT_PROFILE_CHANGING);
-	obs_video_info video = {};
-	obs_get_video_info(&video);
-	video.base_width = video.output_width = width;
-	video.base_height = video.output_height = height;
-	const int result = obs_reset_video(&video);
+	// The host swaps in the new profile's folder and settings, then resets its video
+	// from them; a refused reset leaves the old video running without a word.
 	profile_dir = dir;
+	if (!profile_config) {
+		if (!own_profile_config)
+			own_profile_config.OpenString("");
+		profile_config = own_profile_config;
+	}
+	for (const char *key : {"BaseCX", "OutputCX"})
+		config_set_uint(profile_config, "Video", key, width);
+	for (const char *key : {"BaseCY", "OutputCY"})
+		config_set_uint(profile_config, "Video", key, height);
+	const int result = reset_video();
 	fire_event(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
 	return result;
 }
@@ -202,16 +228,7 @@ void obs_frontend_save(void)
 // As the host: the profile's video settings, refused while an output runs.
 void obs_frontend_reset_video(void)
 {
-	obs_video_info video = {};
-	if (!obs_get_video_info(&video))
-		return;
-	if (profile_config) {
-		video.base_width = uint32_t(config_get_uint(profile_config, "Video", "BaseCX"));
-		video.base_height = uint32_t(config_get_uint(profile_config, "Video", "BaseCY"));
-		video.output_width = uint32_t(config_get_uint(profile_config, "Video", "OutputCX"));
-		video.output_height = uint32_t(config_get_uint(profile_config, "Video", "OutputCY"));
-	}
-	obs_reset_video(&video);
+	reset_video();
 }
 
 // Like the host: the widget goes into a dock widget named after the id.

@@ -30,8 +30,9 @@ obs_data_t *saved_collection();
 // The host's load of a collection's module data, as at start-up and at a switch.
 void load_collection(obs_data_t *modules);
 
-// The host's profile switch: PROFILE_CHANGING, its video reset for the new profile (to
-// `width` x `height`), the new profile folder, PROFILE_CHANGED. The reset's result.
+// The host's profile switch: PROFILE_CHANGING, the new profile swapped in (its folder, and
+// `width` x `height` in its video settings), the host's video reset from it,
+// PROFILE_CHANGED. The reset's result, which the host itself ignores.
 int switch_profile(const std::string &dir, uint32_t width, uint32_t height);
 // The host's scene collection switch: its save of the old one, SCENE_COLLECTION_CHANGING,
 // every source removed and released (as it clears its scene data), SCENE_COLLECTION_CLEANUP,

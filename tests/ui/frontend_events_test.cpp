@@ -193,9 +193,11 @@ TEST_F(FrontendEventsTest, TheDockComesBackAsTheUserLeftIt)
 	EXPECT_EQ(window_->dockWidgetArea(host_dock()), Qt::LeftDockWidgetArea);
 }
 
-// With only the vertical stream live, a profile switch stops it before the host resets its
-// video, so the new profile's video settings apply; the new profile's canvas streams. A
-// settings dialog left open closes, so nothing of one profile lands in the other.
+// With only the vertical stream live, a profile switch stops it without holding up the
+// host's window: the host's reset, refused while it still runs, and the new profile follow
+// once it has stopped, and nothing of the old profile starts meanwhile. The new profile's
+// canvas streams. A settings dialog left open closes, so nothing of one profile lands in
+// the other.
 TEST_F(FrontendEventsTest, AProfileSwitchInTheHostsOrder)
 {
 	cvtest::RtmpServer server;
@@ -212,15 +214,24 @@ TEST_F(FrontendEventsTest, AProfileSwitchInTheHostsOrder)
 	ASSERT_NE(plugin_->settings_dialog(), nullptr);
 	EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << "the host's window stays usable";
 
-	EXPECT_EQ(cvtest::frontend::switch_profile(other, 1280, 720), OBS_VIDEO_SUCCESS);
-	obs_video_info host = {};
-	ASSERT_TRUE(obs_get_video_info(&host));
-	EXPECT_EQ(host.base_width, 1280u);
+	cvtest::frontend::switch_profile(other, 1280, 720);
 	EXPECT_EQ(plugin_->settings_dialog(), nullptr);
-	ASSERT_NE(plugin_->canvas(), nullptr);
-	EXPECT_EQ(plugin_->canvas()->width(), 270u);
+	const cv::Error early = plugin_->start_streaming();
+	EXPECT_TRUE(!early || early.code == cv::ErrorCode::ProfileSwitching) << cv::english(early);
+	plugin_->open_settings_dialog();
+	obs_video_info host = {};
+	ASSERT_TRUE(cvtest::wait_until(
+		[&] {
+			cvtest::process_events_for(20);
+			return obs_get_video_info(&host) && host.base_width == 1280u && plugin_->output()->idle() &&
+			       plugin_->canvas() && plugin_->canvas()->width() == 270u;
+		},
+		10000));
+	ASSERT_NE(plugin_->settings_dialog(), nullptr) << "asked for meanwhile, it opens on the new profile";
+	delete plugin_->settings_dialog();
 	ASSERT_NO_FATAL_FAILURE(stream_briefly());
 	server.stop();
+	EXPECT_EQ(server.recordings("first").size(), 1u);
 	const std::string second = server.recordings("second").at(0);
 	EXPECT_EQ(cvtest::check_stream(second).error, "");
 	EXPECT_EQ(cvtest::decode_frame_rgb(second, 1.0).size(), 270u * 480 * 3);
