@@ -221,6 +221,9 @@ def details(runs):
         out.append(f"row 8: the host's Start Streaming {ms('host_start_ms')}, Stop Streaming {ms('host_stop_ms')}; "
                    f"the loop with nothing to do {ms('idle_ms')}; the host's renderer "
                    f"{ms('render_frame_ms')} per frame")
+        if "after_loop_ms" in entries[0]:
+            out.append(f"row 8: once the host's loop has ended at exit, its docks deleted and the plug-in "
+                       f"unloaded: {ms('after_loop_ms')} (while live {ms('after_loop_live_ms')})")
     return out
 
 

@@ -3,6 +3,7 @@
 #include <obs-frontend-api.h>
 #include <obs.hpp>
 #include <util/bmem.h>
+#include <util/platform.h>
 #include <util/util.hpp>
 
 #include <QDockWidget>
@@ -41,6 +42,9 @@ void added_dock(QDockWidget *dock)
 		hook();
 }
 
+// The time spent in the host's video resets.
+uint64_t reset_ns = 0;
+
 // The host's ResetVideo: the profile's video settings over the running ones.
 int reset_video()
 {
@@ -53,7 +57,10 @@ int reset_video()
 		video.output_width = uint32_t(config_get_uint(profile_config, "Video", "OutputCX"));
 		video.output_height = uint32_t(config_get_uint(profile_config, "Video", "OutputCY"));
 	}
-	return obs_reset_video(&video);
+	const uint64_t began = os_gettime_ns();
+	const int result = obs_reset_video(&video);
+	reset_ns += os_gettime_ns() - began;
+	return result;
 }
 
 void save()
@@ -64,6 +71,11 @@ void save()
 }
 
 } // namespace
+
+uint64_t video_reset_ns()
+{
+	return reset_ns;
+}
 
 void set_profile_dir(const std::string &dir)
 {

@@ -3,6 +3,7 @@
 #include <obs.h>
 #include <util/config-file.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -30,6 +31,8 @@ obs_data_t *saved_collection();
 // The host's load of a collection's module data, as at start-up and at a switch.
 void load_collection(obs_data_t *modules);
 
+// The time the host's video resets have taken so far, in ns.
+uint64_t video_reset_ns();
 // The host's profile switch: PROFILE_CHANGING, the new profile swapped in (its folder, and
 // `width` x `height` in its video settings), the host's video reset from it,
 // PROFILE_CHANGED. The reset's result, which the host itself ignores.
