@@ -139,7 +139,8 @@ void drop_again_and_again(const std::vector<std::string> &urls, int rounds, doub
 		config.destinations.push_back({"to " + url, url, "key" + std::to_string(config.destinations.size())});
 	cv::VerticalOutput output(&canvas, config);
 	ASSERT_TRUE(output.init());
-	ASSERT_TRUE(output.start());
+	const cv::Error started = output.start();
+	ASSERT_FALSE(started) << cv::english(started);
 	ASSERT_TRUE(cvtest::wait_until(all_connected, 20000));
 	std::vector<size_t> heap;
 	size_t resident = 0;
