@@ -21,6 +21,21 @@ namespace {
 constexpr int kAudioKbps = 160;
 std::atomic<uint64_t> name_counter{0};
 
+// libobs from 31 on keeps a timing record for each frame its video encoder takes in,
+// and forgets all of them whenever any output on the encoder stops. The frames still
+// inside the encoder then come out without a record; an output that joins meanwhile may
+// be handed its first keyframe without one, and the host's interleaver aborts the whole
+// program when it drops that keyframe to line up the audio. A join therefore waits until
+// the frames inside the encoder when another output left have come out: no encoder the
+// host offers holds more than this many.
+#if LIBOBS_API_MAJOR_VER >= 31
+constexpr int kFramesInEncoder = 60;
+#else
+constexpr int kFramesInEncoder = 0;
+#endif
+// However slow the encode, a join waits no longer than this.
+constexpr auto kLongestSettle = std::chrono::seconds(4);
+
 OBSEncoderAutoRelease make_video_encoder(const std::string &id, const OutputConfig &config, video_t *video)
 {
 	// The preset is the chosen encoder's; with "auto", x264's.
@@ -52,16 +67,40 @@ struct SharedEncoders::Encode {
 	OBSEncoderAutoRelease audio;
 	uint64_t generation = 0;
 	std::vector<OBSWeakOutputAutoRelease> users;
+	// Since the last output left: one that stayed, and how many frames it had sent then.
+	OBSWeakOutputAutoRelease witness;
+	int witness_frames = 0;
 
 	// Drops the outputs that have stopped.
 	void prune()
 	{
+		const size_t before = users.size();
 		users.erase(std::remove_if(users.begin(), users.end(),
 					   [](const OBSWeakOutputAutoRelease &weak) {
 						   OBSOutputAutoRelease user = obs_weak_output_get_output(weak);
 						   return !user || !obs_output_active(user);
 					   }),
 			    users.end());
+		if (kFramesInEncoder > 0 && users.size() < before && !users.empty()) {
+			OBSOutputAutoRelease stayed = obs_weak_output_get_output(users.front());
+			witness = obs_output_get_weak_output(stayed);
+			witness_frames = obs_output_get_total_frames(stayed);
+		}
+	}
+	// Waits until the frames inside the encoder when an output last left have come out.
+	void settle()
+	{
+		OBSOutputAutoRelease stayed = obs_weak_output_get_output(witness);
+		witness = nullptr;
+		const auto give_up = std::chrono::steady_clock::now() + kLongestSettle;
+		while (stayed && obs_output_active(stayed) &&
+		       obs_output_get_total_frames(stayed) < witness_frames + kFramesInEncoder) {
+			if (std::chrono::steady_clock::now() > give_up) {
+				log_warning("The vertical encode is slow to settle; joining it anyway");
+				return;
+			}
+			std::this_thread::sleep_for(std::chrono::milliseconds(10));
+		}
 	}
 	bool joinable(uint64_t current)
 	{
@@ -95,7 +134,12 @@ void SharedEncoders::update_config(const OutputConfig &config)
 Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 {
 	for (const std::unique_ptr<Encode> &encode : encodes_) {
-		if (!encode->joinable(canvas_->generation()))
+		bool joinable = encode->joinable(canvas_->generation());
+		while (joinable && encode->witness) {
+			encode->settle();
+			joinable = encode->joinable(canvas_->generation());
+		}
+		if (!joinable)
 			continue;
 		attach(output, encode->video, encode->audio);
 		if (!obs_output_start(output)) {

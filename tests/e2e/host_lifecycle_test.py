@@ -136,12 +136,17 @@ class HostLifecycle(unittest.TestCase):
         self.assertEqual(obs.vendor("StartStreaming", {"destination": "Later"}, replies), {"ok": True})
         self.wait_state(obs, "Later", "live")
         self.assertTrue(wait_until(lambda: later.recordings("later-key")))
+        time.sleep(3)  # past the encode's next keyframe, which the joined stream starts from
         self.assertEqual(self.destination(obs, "Live")["state"], "live")
         self.assertEqual(len([p for p in live.recordings_dir.glob("*.flv") if not p.name.startswith("main-key")]), 1)
         for reply in (obs.vendor("GetStatus", replies=replies), obs.vendor("StopStreaming", {"destination": "Later"},
                                                                            replies)):
             self.assertTrue(reply["ok"], reply)
         self.wait_state(obs, "Later", "stopped")
+        info = media_probe.probe(later.recordings("later-key")[0])
+        self.assertEqual(info["decode_errors"], "", media_probe.describe(info))
+        self.assertIsNotNone(info["video"], media_probe.describe(info))
+        self.assertGreater(info["duration"], 0.5, media_probe.describe(info))
         self.assertEqual(self.destination(obs, "Live")["state"], "live")
         obs.request("StopStream")
         self.assertTrue(wait_until(lambda: not obs.vendor("GetStatus")["streaming"]))
