@@ -8,6 +8,7 @@ over reference median. Rows whose benchmark did not run (filtered out) are left 
 """
 
 import json
+import math
 import statistics
 import sys
 
@@ -34,6 +35,15 @@ def cpu_seconds_per_minute(value):
 
 def megabytes(value):
     return f"{value:.1f} MB"
+
+
+def ssim(value):
+    return f"{value:.4f}"
+
+
+def ssim_db(value):
+    """SSIM on a logarithmic scale, as FFmpeg prints it beside the index."""
+    return f"{-10 * math.log10(1 - value):.2f} dB" if value < 1 else "inf"
 
 
 # (row, benchmark, argument part of the run name or None, plug-in counter, reference
@@ -90,7 +100,16 @@ ROWS = [
     ("8c", "BM_UiStall", None, "live_stall_ms", "host_stall_ms",
      "  profile switch and exit while the vertical stream is live",
      "host's own Start/Stop Streaming", milliseconds_1),
+    ("9a", "BM_PictureQuality", None, "new_ssim", "host_ssim",
+     "picture quality at the server (SSIM), x264 as the plug-in sets it",
+     "the host's own stream's x264 settings", ssim),
+    ("9b", "BM_PictureQuality", None, "new_ssim", "old_ssim",
+     "  the same",
+     "the former settings (tune zerolatency)", ssim),
 ]
+
+# Rows whose ratios are close to 1 and need more digits.
+FINE_RATIOS = {"9a", "9b"}
 
 
 def base_name(run_name):
@@ -152,7 +171,12 @@ def table(runs):
         if plugin is None or ref is None:
             lines.append((row, what, "n/a", "n/a", reference, "n/a", str(len(entries))))
             continue
-        ratio = "n/a" if ref == 0 else (f"{plugin / ref * 100:.1f} %" if row == "5b" else f"{plugin / ref:.2f}")
+        if ref == 0:
+            ratio = "n/a"
+        elif row == "5b":
+            ratio = f"{plugin / ref * 100:.1f} %"
+        else:
+            ratio = f"{plugin / ref:.3f}" if row in FINE_RATIOS else f"{plugin / ref:.2f}"
         lines.append((row, what, formatter(plugin), formatter(ref), reference, ratio, str(len(entries))))
 
     widths = [max(len(line[i]) for line in [header] + lines) for i in range(len(header))]
@@ -224,6 +248,23 @@ def details(runs):
         if "after_loop_ms" in entries[0]:
             out.append(f"row 8: once the host's loop has ended at exit, its docks deleted and the plug-in "
                        f"unloaded: {ms('after_loop_ms')} (while live {ms('after_loop_live_ms')})")
+    name = find_run(runs, "BM_PictureQuality", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+
+        def each(suffix, formatter):
+            return ", ".join(f"{label} {formatter(median_of(entries, key + suffix))}"
+                             for key, label in (("old", "former"), ("new", "plug-in"), ("host", "host's")))
+
+        out.append(f"row 9: SSIM {each('_ssim', ssim_db)}; PSNR {each('_psnr_db', lambda v: f'{v:.2f} dB')}")
+        out.append(f"row 9: video received {each('_kbps', lambda v: f'{v:.0f} kb/s')} "
+                   f"(asked: {median_of(entries, 'bitrate_kbps'):.0f} kb/s); "
+                   f"{median_of(entries, 'frames_compared'):.0f} frames of {median_of(entries, 'width'):.0f} x "
+                   f"{median_of(entries, 'height'):.0f} at {median_of(entries, 'fps'):.0f} fps compared")
+        repeats = median_of(entries, "canvas_repeats_pct")
+        if repeats is not None:
+            out.append(f"row 9: the canvas's renderer repeated {repeats:.1f} % of its frames when it fell behind; "
+                       "the repeats were left out")
     return out
 
 
