@@ -166,9 +166,9 @@ void drop_again_and_again(const std::vector<std::string> &urls, int rounds, doub
 
 } // namespace
 
-// Over a hundred lost connections (hundreds in the long form), each made again at once: two RTMP destinations whose
-// connections are cut, then an SRT destination whose listener closes and comes back (it
-// takes longer, so fewer rounds, and only larger leaks show). A leaked muxer context costs
+// Over a hundred lost connections (hundreds in the long form), each made again at once:
+// two RTMP destinations whose connections are cut, then an SRT destination whose listener
+// closes and comes back (it takes longer, so fewer rounds, and only larger leaks show). A leaked muxer context costs
 // some 7 KB a reconnect, a byte stream some 40 KB, a kept group of pictures more.
 TEST_F(ServerFaultsTest, DroppedConnectionsGiveBackTheirMemory)
 {
