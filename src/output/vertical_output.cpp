@@ -218,7 +218,8 @@ void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const Dest
 		log_error("Destination '%s' cannot start: %s", settings.name.c_str(), english(failure).c_str());
 		if (on_failure_)
 			on_failure_(settings.name, failure);
-		output_finished(nullptr);
+		output = nullptr;
+		output_finished();
 		return;
 	}
 	output_started();
@@ -344,8 +345,9 @@ uint32_t VerticalOutput::measure(const Target &target, uint64_t bytes_sent)
 	return meter.kbps;
 }
 
-// The job thread, once an output told its stop: its encoders may go.
-void VerticalOutput::output_finished(obs_output_t *)
+// The job thread, once an output told its stop and nothing here holds it any more (an
+// output keeps its encoders): its encoders may go.
+void VerticalOutput::output_finished()
 {
 	encoders_.release_unused();
 	holding_ = encoders_.holding();
@@ -386,7 +388,7 @@ void VerticalOutput::on_output_stop(void *data, calldata_t *calldata)
 			self->on_failure_(name, failure);
 	}
 	OBSOutput held = output;
-	self->jobs_.post([self, target, held] {
+	self->jobs_.post([self, target, held]() mutable {
 		if (!wait_stopped(held, kStopWait))
 			log_warning("Destination '%s' took over %lld s to stop", target->settings.name.c_str(),
 				    (long long)kStopWait.count());
@@ -402,7 +404,8 @@ void VerticalOutput::on_output_stop(void *data, calldata_t *calldata)
 		// Off the host's signal, unless a newer start has connected it to its own output.
 		if (newest)
 			target->stop_signal.Disconnect();
-		self->output_finished(held);
+		held = nullptr;
+		self->output_finished();
 	});
 }
 

@@ -89,7 +89,7 @@ public:
 	JobThread &jobs() { return jobs_; }
 	void output_starting() { busy_++; }
 	void output_started() { holding_ = true; }
-	void output_finished(obs_output_t *output);
+	void output_finished();
 	FailureHandler failure_handler() const { return on_failure_; }
 
 	struct Target;

@@ -107,7 +107,7 @@ void VerticalRecording::run_start(const std::string &path, const std::string &mu
 		std::lock_guard lock(mutex_);
 		if (stop_asked_) {
 			starting_ = false;
-			encode_.output_finished(nullptr);
+			encode_.output_finished();
 			return;
 		}
 	}
@@ -136,7 +136,8 @@ void VerticalRecording::run_start(const std::string &path, const std::string &mu
 	if (failure) {
 		stop_signal_.Disconnect();
 		fail(failure);
-		encode_.output_finished(nullptr);
+		output = nullptr;
+		encode_.output_finished();
 		return;
 	}
 	encode_.output_started();
@@ -231,14 +232,15 @@ void VerticalRecording::on_output_stop(void *data, calldata_t *calldata)
 		self->fail({ErrorCode::RecordingStopped, why && *why ? why : ""});
 	}
 	OBSOutput held = output;
-	self->encode_.jobs().post([self, held] {
+	self->encode_.jobs().post([self, held]() mutable {
 		wait_stopped(held, std::chrono::seconds(5));
 		{
 			std::lock_guard lock(self->mutex_);
 			if (self->output_.Get() == held.Get())
 				self->output_ = nullptr;
 		}
-		self->encode_.output_finished(held);
+		held = nullptr;
+		self->encode_.output_finished();
 	});
 }
 

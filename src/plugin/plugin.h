@@ -77,6 +77,9 @@ public:
 	VerticalCanvas *canvas() const { return canvas_.get(); }
 	VerticalOutput *output() const { return output_.get(); }
 	VerticalRecording *recording() const { return recording_.get(); }
+	// From a profile change while something vertical ran until its outputs have stopped
+	// and the new profile is taken up.
+	bool profile_switching() const { return profile_pending_; }
 	// Null until the front end has finished loading, or once the host deleted it.
 	VerticalDock *dock() const;
 	// Null unless the settings dialog is open.
