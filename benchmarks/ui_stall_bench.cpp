@@ -450,7 +450,6 @@ private:
 		const std::string dir = dir_ + "/profile" + std::to_string(profile_);
 		const uint32_t width = profile_ ? 1280 : 1920, height = profile_ ? 720 : 1080;
 		clock_.take_ms();
-		const cv::VerticalOutput *before = plugin_->output();
 		uint64_t call_ns = 0;
 		const double after = stall_of(
 			watch_,
@@ -462,8 +461,8 @@ private:
 			},
 			[&] {
 				obs_video_info video = {};
-				return plugin_->output() && plugin_->output() != before && obs_get_video_info(&video) &&
-				       video.base_width == width;
+				return !plugin_->profile_switching() && plugin_->output() &&
+				       obs_get_video_info(&video) && video.base_width == width;
 			});
 		*loop_ms = std::max(double(call_ns) / 1e6, after);
 		*plugin_ms = std::max(clock_.take_ms(), watch_.longest_own_ms());

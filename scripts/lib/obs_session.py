@@ -248,7 +248,9 @@ class ObsSession:
         last = None
         while time.monotonic() < deadline:
             if self.obs.poll() is not None:
-                raise ObsError(f"obs exited early with {self.obs.returncode}; see {self.stdout_path}")
+                # The root goes with the test: what the host said last goes with the error.
+                tail = "\n".join(self.log_text().splitlines()[-25:])
+                raise ObsError(f"obs exited early with {self.obs.returncode}; its output ended:\n{tail}")
             try:
                 ws = websocket.create_connection(f"ws://127.0.0.1:{self.port}", timeout=10)
                 hello = json.loads(ws.recv())
@@ -298,7 +300,8 @@ class ObsSession:
                     # Seen once on the newest host while its message box was up.
                     self._connect(max(1, deadline - time.monotonic()))
                     continue
-                for wid, _ in self.dialogs():
+                for wid, title in self.dialogs():
+                    print(f"closing the host's window {title!r} while it is not ready", file=sys.stderr)
                     self._send_delete(wid)
                 time.sleep(0.5)
 
