@@ -285,7 +285,7 @@ class ObsSession:
                     raise ObsError(f"{kind} failed: {status}")
                 return message["d"].get("responseData", {})
 
-    def wait_ready(self, timeout=60):
+    def wait_ready(self, timeout=60, keep_windows=("Vertical Canvas",)):
         """Waits until the host answers requests, closing any message box it shows on
         the way (newer hosts report a plug-in that refused to load in one, and are
         "not ready" until it is closed)."""
@@ -301,6 +301,10 @@ class ObsSession:
                     self._connect(max(1, deadline - time.monotonic()))
                     continue
                 for wid, title in self.dialogs():
+                    # The floating dock is no message box; before the main window
+                    # shows, closing it could end the host's event loop.
+                    if title in keep_windows:
+                        continue
                     print(f"closing the host's window {title!r} while it is not ready", file=sys.stderr)
                     self._send_delete(wid)
                 time.sleep(0.5)
