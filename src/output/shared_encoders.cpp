@@ -185,13 +185,10 @@ Error SharedEncoders::start(obs_output_t *output, const CanvasFeed &feed)
 
 void SharedEncoders::release_unused()
 {
-	const bool had_any = !encodes_.empty();
 	for (auto it = encodes_.begin(); it != encodes_.end();) {
 		(*it)->prune();
 		it = (*it)->users.empty() ? encodes_.erase(it) : it + 1;
 	}
-	if (had_any && encodes_.empty())
-		canvas_->drop_video();
 }
 
 bool wait_stopped(obs_output_t *output, std::chrono::milliseconds timeout)

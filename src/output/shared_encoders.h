@@ -50,7 +50,8 @@ public:
 	void update_config(const OutputConfig &config);
 	// Starts `output` with the encoders; the reason when none of them gets it running.
 	Error start(obs_output_t *output, const CanvasFeed &feed);
-	// Lets go of encoders that no active output uses.
+	// Lets go of encoders that no active output uses. The canvas's video stays: it is let
+	// go of on the thread that resets the host's video.
 	void release_unused();
 	// Whether `output` is the only one on its encoders (so pausing them pauses it alone).
 	bool alone(obs_output_t *output) const;

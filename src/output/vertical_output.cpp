@@ -100,9 +100,17 @@ VerticalOutput::~VerticalOutput()
 {
 	stop();
 	// The stops just asked for let go of the encoders on the job thread.
-	if (!wait_idle(kStopBudget + std::chrono::seconds(3)))
+	if (wait_idle(kStopBudget + std::chrono::seconds(3)))
+		drop_unused_video();
+	else
 		log_warning("The vertical encode was still stopping when its output went");
 	jobs_.post([this] { encoders_.release_unused(); });
+}
+
+void VerticalOutput::drop_unused_video()
+{
+	if (idle() && canvas_)
+		canvas_->drop_video();
 }
 
 bool VerticalOutput::init()

@@ -74,6 +74,10 @@ public:
 	bool wait_idle(std::chrono::milliseconds timeout) const;
 	// Told on the job thread whenever the output became idle.
 	void set_on_idle(std::function<void()> on_idle) { on_idle_ = std::move(on_idle); }
+	// When idle, lets the canvas's video go, so that the host no longer renders it. Only on
+	// the thread that resets the host's video: a reset frees every mix, and a mix let go
+	// of from another thread meanwhile crashes the host.
+	void drop_unused_video();
 	// A running destination keeps its address until its next start; one that is no
 	// longer in the list is stopped.
 	void update_config(const OutputConfig &config);

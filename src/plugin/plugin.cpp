@@ -470,6 +470,7 @@ void Plugin::on_output_idle()
 {
 	if (!output_ || !output_->idle())
 		return;
+	output_->drop_unused_video();
 	if (profile_pending_)
 		take_up_profile();
 	else
