@@ -168,7 +168,7 @@ Error VerticalOutput::start(const std::string &id)
 		target->starting = true;
 		target->stop_asked = false;
 		target->error = {};
-		busy_++;
+		output_starting();
 		any = true;
 		lock.unlock();
 		jobs_.post([this, target, canvas_feed, settings] { run_start(target, settings, canvas_feed); });
@@ -180,17 +180,46 @@ Error VerticalOutput::start(const std::string &id)
 	return any ? Error() : first;
 }
 
+// The host resets its video on the UI thread, and a reset frees every mix: the encoders'
+// mix is made there, and from then until the job has its encoders running (a reset is
+// refused while any encoder takes video) the host's own mix has a taker that does
+// nothing, so that the reset is refused in between too.
+namespace {
+void ignore_frame(void *, video_data *) {}
+} // namespace
+
+void VerticalOutput::output_starting()
+{
+	if (idle())
+		canvas_->fresh_video();
+	busy_++;
+	std::lock_guard lock(host_video_mutex_);
+	if (host_video_holds_++ == 0)
+		obs_add_raw_video_callback(nullptr, ignore_frame, this);
+}
+
+void VerticalOutput::output_start_returned()
+{
+	std::lock_guard lock(host_video_mutex_);
+	if (--host_video_holds_ == 0)
+		obs_remove_raw_video_callback(ignore_frame, this);
+}
+
 // The job thread.
 void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const DestinationSettings &settings,
 			       const CanvasFeed &feed)
 {
+	bool stopped_before = false;
 	{
 		std::lock_guard lock(target->mutex);
-		if (target->stop_asked) {
+		stopped_before = target->stop_asked;
+		if (stopped_before)
 			target->starting = false;
-			busy_--;
-			return;
-		}
+	}
+	if (stopped_before) {
+		output_start_returned();
+		output_finished();
+		return;
 	}
 	OBSDataAutoRelease data = obs_data_create();
 	obs_data_set_string(data, "server", settings.url.c_str());
@@ -209,6 +238,7 @@ void VerticalOutput::run_start(const std::shared_ptr<Target> &target, const Dest
 			 mask_url_for_log(settings.url, settings.key).c_str());
 		failure = encoders_.start(output, feed);
 	}
+	output_start_returned();
 	bool stop_now = false;
 	{
 		std::lock_guard lock(target->mutex);

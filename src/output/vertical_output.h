@@ -87,11 +87,13 @@ public:
 
 	// For the vertical recording, which shares the encode: what encoders are made on (UI
 	// thread), the encode and the thread that uses it, and the bookkeeping of one more
-	// output that starts and, on its job, has finished.
+	// output that starts (on the UI thread), whose start call has returned and that has
+	// started or finished (on its job).
 	CanvasFeed feed();
 	SharedEncoders &encoders() { return encoders_; }
 	JobThread &jobs() { return jobs_; }
-	void output_starting() { busy_++; }
+	void output_starting();
+	void output_start_returned();
 	void output_started() { holding_ = true; }
 	void output_finished();
 	FailureHandler failure_handler() const { return on_failure_; }
@@ -115,6 +117,10 @@ private:
 	std::atomic<int> busy_{0};
 	std::atomic<bool> holding_{false};
 	bool initialised_ = false;
+	// Starts whose job has not yet got its encoders running; while there are any, the host
+	// may not reset its video.
+	std::mutex host_video_mutex_;
+	int host_video_holds_ = 0;
 	// Last: it goes first, running every job given before while the rest still exists.
 	JobThread jobs_{"cv-encode"};
 };

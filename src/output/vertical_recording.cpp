@@ -107,6 +107,7 @@ void VerticalRecording::run_start(const std::string &path, const std::string &mu
 		std::lock_guard lock(mutex_);
 		if (stop_asked_) {
 			starting_ = false;
+			encode_.output_start_returned();
 			encode_.output_finished();
 			return;
 		}
@@ -124,6 +125,7 @@ void VerticalRecording::run_start(const std::string &path, const std::string &mu
 			failure = {ErrorCode::RecordingNotStarted, why && *why ? why : path};
 		}
 	}
+	encode_.output_start_returned();
 	bool stop_now = false;
 	{
 		std::lock_guard lock(mutex_);
