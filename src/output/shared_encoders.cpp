@@ -212,9 +212,10 @@ bool SharedEncoders::alone(obs_output_t *output) const
 
 std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const std::string &id, const CanvasFeed &feed)
 {
-	// The mix made when the first start was asked for, which no reset of the host's video
-	// can have taken away since (see VerticalOutput::output_starting).
-	video_t *video = canvas_->video();
+	// The first encoders get a mix made now, which no reset of the host's video can have
+	// taken away (none runs while a start is on its way: VerticalOutput::output_starting);
+	// later ones share the one that runs.
+	video_t *video = encodes_.empty() ? canvas_->fresh_video() : canvas_->video();
 	if (!video)
 		return nullptr;
 	auto encode = std::make_unique<Encode>();

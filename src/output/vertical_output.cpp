@@ -180,18 +180,17 @@ Error VerticalOutput::start(const std::string &id)
 	return any ? Error() : first;
 }
 
-// The host resets its video on the UI thread, and a reset frees every mix: the encoders'
-// mix is made there, and from then until the job has its encoders running (a reset is
-// refused while any encoder takes video) the host's own mix has a taker that does
-// nothing, so that the reset is refused in between too.
+// The host resets its video on the UI thread, and a reset frees every mix, stops the
+// render thread until all of them have stopped and must not meet the job thread making
+// the encoders' mix. From a start's call until its job has its encoders running (from
+// then on the host refuses a reset by itself while they take video) the host's own mix
+// has a taker that does nothing, so that the host refuses a reset meanwhile too.
 namespace {
 void ignore_frame(void *, video_data *) {}
 } // namespace
 
 void VerticalOutput::output_starting()
 {
-	if (idle())
-		canvas_->fresh_video();
 	busy_++;
 	std::lock_guard lock(host_video_mutex_);
 	if (host_video_holds_++ == 0)
