@@ -102,9 +102,8 @@ void CyclesTest::run_rounds(int rounds, const std::function<void(int)> &round, c
 	for (int i = 1; i <= rounds; i++) {
 		SCOPED_TRACE("round " + std::to_string(i));
 		ASSERT_NO_FATAL_FAILURE(round(i));
-		// Compared at the same profile each time, once the old encoders are gone and the
-		// host has drawn a few frames since its last video reset (until it has, some of
-		// its buffers are missing from the heap, which would make a floor of its own).
+		// Compared at the same profile each time, once the old encoders are gone and what
+		// libobs lets go of a few frames after a stop and a video reset has gone too.
 		if (i % 2 == 0 && wait_stopped()) {
 			cvtest::sleep_ms(250);
 			heap.push_back(cvtest::heap_in_use());
