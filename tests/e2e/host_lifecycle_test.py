@@ -152,7 +152,7 @@ class HostLifecycle(unittest.TestCase):
         self.assertTrue(wait_until(lambda: not obs.vendor("GetStatus")["streaming"]))
 
         # It closes at the first request, whatever notice is up.
-        self.assertTrue(obs.closes_at_once(), obs.dialogs())
+        self.assertTrue(obs.closes_at_once(), (obs.dialogs(), obs.log_text().splitlines()[-30:]))
         self.assertEqual(obs.obs.returncode, 0)
         texts = [obs.log_text(), obs.stdout_path.read_text(errors="replace"), json.dumps(replies)]
         for secret in SECRETS:
