@@ -123,10 +123,12 @@ class E2eSession(ObsSession):
             return None
         return collection.get("modules", {}).get(VENDOR)
 
-    def closes_at_once(self, timeout=30):
+    def closes_at_once(self, timeout=60):
         """Asks obs to quit as a user does, at its main window only (again every few seconds,
-        as the host may miss the first), and waits: True when it ended with every other
-        window left as it was (nothing of the plug-in's held the quit up)."""
+        as the host may miss the first: OBS 32 let requests made in the seconds after a
+        stream stopped go unanswered for up to 16 s here, with older builds of the plug-in
+        too), and waits: True when it ended with every other window left as it was (nothing
+        of the plug-in's held the quit up; a modal box would hold it for good)."""
         deadline = time.monotonic() + timeout
         while time.monotonic() < deadline:
             wid = self.main_window()
