@@ -19,6 +19,9 @@ constexpr std::chrono::seconds kMeterPeriod(1);
 
 using Clock = std::chrono::steady_clock;
 
+// The host's own mix's taker while a start is on its way (see output_starting).
+void ignore_frame(void *, video_data *) {}
+
 // A destination of one of the host's services, with the address of its server.
 Error resolve_service(DestinationSettings &settings)
 {
@@ -185,10 +188,6 @@ Error VerticalOutput::start(const std::string &id)
 // the encoders' mix. From a start's call until its job has its encoders running (from
 // then on the host refuses a reset by itself while they take video) the host's own mix
 // has a taker that does nothing, so that the host refuses a reset meanwhile too.
-namespace {
-void ignore_frame(void *, video_data *) {}
-} // namespace
-
 void VerticalOutput::output_starting()
 {
 	busy_++;
