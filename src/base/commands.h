@@ -5,6 +5,7 @@
 // Each says why when it cannot do what was asked. The host's UI thread alone calls them.
 
 #include "errors.h"
+#include "scene_layout.h"
 
 #include <string>
 
@@ -28,6 +29,15 @@ public:
 	virtual Error rename_scene(const std::string &name, const std::string &new_name) = 0;
 	// An empty host scene name leaves the vertical scene showing nothing.
 	virtual Error assign_host_scene(const std::string &name, const std::string &host_scene) = 0;
+	// How the scene frames its host scene, checked against that scene's size. Shown at
+	// once; saved a moment later, so that a drag does not write the collection at every
+	// step.
+	virtual Error set_scene_layout(const std::string &name, const SceneLayout &layout) = 0;
+	// The transition between vertical scenes: one of the host's transition types, with a
+	// duration of 50 to 20000 ms.
+	virtual Error set_transition(const TransitionSettings &transition) = 0;
+	// Whether the canvas follows the host's program scene; switched on, it follows at once.
+	virtual Error set_follow_main_scene(bool follow) = 0;
 };
 
 } // namespace cv

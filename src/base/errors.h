@@ -19,10 +19,18 @@ enum class ErrorCode {
 	NoScenes,
 	NoSuchScene, // detail: the name asked for
 	SceneNameEmpty,
-	SceneExists,     // detail: the name
-	NoSuchHostScene, // detail: the name asked for
-	MissingField,    // detail: the field
-	FieldNotString,  // detail: the field
+	SceneExists,        // detail: the name
+	NoSuchHostScene,    // detail: the name asked for
+	MissingField,       // detail: the field
+	FieldNotString,     // detail: the field
+	FieldNotNumber,     // detail: the field
+	FieldNotBool,       // detail: the field
+	FieldNotObject,     // detail: the field
+	OutOfRange,         // detail: the field and its range
+	NoSuchLayout,       // detail: the name asked for
+	BadColour,          // detail: the text given
+	RegionOutsideScene, // detail: which region
+	NoSuchTransition,   // detail: the id asked for
 	NotLoaded,
 	RequestTimeout,
 	ProfileSwitching,

@@ -1,6 +1,7 @@
 #include "placement.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace cv {
 
@@ -14,6 +15,101 @@ CoverPlacement cover_placement(uint32_t canvas_width, uint32_t canvas_height, ui
 	placement.x = (float(canvas_width) - float(source_width) * placement.scale) * 0.5f;
 	placement.y = (float(canvas_height) - float(source_height) * placement.scale) * 0.5f;
 	return placement;
+}
+
+CoverPlacement focused_cover(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
+			     uint32_t source_height, double focus_x, double focus_y, double zoom)
+{
+	CoverPlacement placement = cover_placement(canvas_width, canvas_height, source_width, source_height);
+	if (!source_width || !source_height)
+		return placement;
+	placement.scale *= float(std::clamp(zoom, kMinZoom, kMaxZoom));
+	auto axis = [](uint32_t canvas, uint32_t source, float scale, double focus) {
+		const float scaled = float(source) * scale;
+		const float at = float(canvas) * 0.5f - float(std::clamp(focus, 0.0, 1.0)) * scaled;
+		// Never an empty edge: the picture's far edge stays at or beyond the canvas's.
+		return std::clamp(at, std::min(float(canvas) - scaled, 0.0f), 0.0f);
+	};
+	placement.x = axis(canvas_width, source_width, placement.scale, focus_x);
+	placement.y = axis(canvas_height, source_height, placement.scale, focus_y);
+	return placement;
+}
+
+Focus dragged_focus(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width, uint32_t source_height,
+		    const SceneLayout &layout, double dx, double dy)
+{
+	Focus focus{layout.focus_x, layout.focus_y};
+	if (!source_width || !source_height)
+		return focus;
+	const CoverPlacement shown = focused_cover(canvas_width, canvas_height, source_width, source_height,
+						   layout.focus_x, layout.focus_y, layout.zoom);
+	const double scaled_width = double(source_width) * shown.scale;
+	const double scaled_height = double(source_height) * shown.scale;
+	// The point at the canvas's centre now, moved against the drag.
+	focus.x = (double(canvas_width) * 0.5 - shown.x - dx) / scaled_width;
+	focus.y = (double(canvas_height) * 0.5 - shown.y - dy) / scaled_height;
+	focus.x = std::clamp(focus.x, 0.0, 1.0);
+	focus.y = std::clamp(focus.y, 0.0, 1.0);
+	return focus;
+}
+
+CoverPlacement fit_placement(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
+			     uint32_t source_height)
+{
+	CoverPlacement placement;
+	if (source_width && source_height)
+		placement.scale = std::min(float(canvas_height) / float(source_height),
+					   float(canvas_width) / float(source_width));
+	placement.x = (float(canvas_width) - float(source_width) * placement.scale) * 0.5f;
+	placement.y = (float(canvas_height) - float(source_height) * placement.scale) * 0.5f;
+	return placement;
+}
+
+RegionPlacement region_cover(uint32_t source_width, uint32_t source_height, const Region &region, const Part &part)
+{
+	RegionPlacement placement;
+	placement.x = float(part.x);
+	placement.y = float(part.y);
+	if (!source_width || !source_height || !part.width || !part.height)
+		return placement;
+	// Held inside the source, at least a pixel.
+	const double sw = source_width, sh = source_height;
+	const double left = std::clamp(region.x, 0.0, sw - 1), top = std::clamp(region.y, 0.0, sh - 1);
+	double width = std::clamp(region.width, 1.0, sw - left);
+	double height = std::clamp(region.height, 1.0, sh - top);
+	// The part's aspect, centred in the region.
+	const double aspect = double(part.width) / double(part.height);
+	double x = left, y = top;
+	if (width / height > aspect) {
+		const double narrower = height * aspect;
+		x += (width - narrower) * 0.5;
+		width = narrower;
+	} else {
+		const double lower = width / aspect;
+		y += (height - lower) * 0.5;
+		height = lower;
+	}
+	const auto x0 = uint32_t(std::lround(x)), y0 = uint32_t(std::lround(y));
+	const auto x1 = std::max(uint32_t(std::lround(x + width)), x0 + 1);
+	const auto y1 = std::max(uint32_t(std::lround(y + height)), y0 + 1);
+	placement.crop_left = x0;
+	placement.crop_top = y0;
+	placement.crop_right = source_width - std::min(x1, source_width);
+	placement.crop_bottom = source_height - std::min(y1, source_height);
+	placement.scale_x = float(part.width) / float(source_width - placement.crop_left - placement.crop_right);
+	placement.scale_y = float(part.height) / float(source_height - placement.crop_top - placement.crop_bottom);
+	return placement;
+}
+
+std::array<Part, 2> stack_parts(uint32_t canvas_width, uint32_t canvas_height, double split)
+{
+	const auto top = uint32_t(std::lround(double(canvas_height) * std::clamp(split, kMinSplit, kMaxSplit)));
+	return {Part{0, 0, canvas_width, top}, Part{0, top, canvas_width, canvas_height - top}};
+}
+
+std::array<Zone, 3> safe_area_zones()
+{
+	return {Zone{0.0f, 0.0f, 1.0f, 0.1f}, Zone{0.86f, 0.4f, 0.14f, 0.4f}, Zone{0.0f, 0.8f, 1.0f, 0.2f}};
 }
 
 PreviewViewport preview_viewport(uint32_t display_width, uint32_t display_height, uint32_t canvas_width,

@@ -3,6 +3,8 @@
 // The plug-in's settings as plain records: what the settings files hold, and what the
 // canvas and the output are built from.
 
+#include "scene_layout.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -69,15 +71,19 @@ struct DockState {
 };
 
 // The vertical scenes, kept for all profiles: names (UTF-8, compared byte for byte),
-// each with the name of the host scene it shows (empty for none), and the active one.
+// each with the name of the host scene it shows (empty for none) and how it frames it,
+// the active one, the transition between them and whether they follow the host's scene.
 struct SceneEntry {
 	std::string name;
 	std::string source;
+	SceneLayout layout = {};
 };
 
 struct SceneList {
 	std::vector<SceneEntry> scenes;
 	std::string active;
+	TransitionSettings transition = {};
+	bool follow_main = false;
 };
 
 // What the vertical canvas is built from.

@@ -1,9 +1,13 @@
 #include "vertical_canvas.h"
 
+#include "backdrop.h"
+
 #include "base/canvas_format.h"
 #include "base/log.h"
 #include "base/placement.h"
 #include "scene_audio.h"
+
+#include <array>
 
 namespace cv {
 
@@ -15,6 +19,70 @@ constexpr const char *kDefaultScene = "Scene 1";
 bool shows(const VerticalScene &entry, obs_weak_source_t *source)
 {
 	return source && entry.host.Get() == source;
+}
+
+// One scene item a layout asks for: its source, where it goes and what of it is cut off.
+struct Piece {
+	obs_source_t *source = nullptr;
+	float x = 0.0f, y = 0.0f, scale_x = 1.0f, scale_y = 1.0f;
+	obs_sceneitem_crop crop = {};
+};
+
+Piece placed(obs_source_t *source, const CoverPlacement &placement)
+{
+	Piece piece;
+	piece.source = source;
+	piece.x = placement.x;
+	piece.y = placement.y;
+	piece.scale_x = piece.scale_y = placement.scale;
+	return piece;
+}
+
+void apply(obs_sceneitem_t *item, const Piece &piece)
+{
+	obs_transform_info info = {};
+	vec2_set(&info.pos, piece.x, piece.y);
+	info.rot = 0.0f;
+	vec2_set(&info.scale, piece.scale_x, piece.scale_y);
+	info.alignment = OBS_ALIGN_LEFT | OBS_ALIGN_TOP;
+	info.bounds_type = OBS_BOUNDS_NONE;
+	info.bounds_alignment = 0;
+	vec2_zero(&info.bounds);
+	obs_sceneitem_defer_update_begin(item);
+#if LIBOBS_API_MAJOR_VER >= 30
+	info.crop_to_bounds = false;
+	obs_sceneitem_set_info2(item, &info);
+#else
+	obs_sceneitem_set_info(item, &info);
+#endif
+	obs_sceneitem_set_crop(item, &piece.crop);
+	obs_sceneitem_defer_update_end(item);
+}
+
+// A private scene as large as the canvas (a scene is as large as the host's canvas
+// otherwise), so that a transition draws it as it is. Loading the size empties the scene.
+void size_scene(obs_scene_t *scene, uint32_t width, uint32_t height)
+{
+	OBSDataAutoRelease settings = obs_data_create();
+	obs_data_set_bool(settings, "custom_size", true);
+	obs_data_set_int(settings, "cx", width);
+	obs_data_set_int(settings, "cy", height);
+	obs_source_t *source = obs_scene_get_source(scene);
+	obs_source_update(source, settings);
+	obs_source_load(source);
+}
+
+std::vector<OBSSceneItem> items_of(obs_scene_t *scene)
+{
+	std::vector<OBSSceneItem> items;
+	obs_scene_enum_items(
+		scene,
+		[](obs_scene_t *, obs_sceneitem_t *item, void *param) {
+			static_cast<std::vector<OBSSceneItem> *>(param)->emplace_back(item);
+			return true;
+		},
+		&items);
+	return items;
 }
 
 } // namespace
@@ -58,6 +126,10 @@ bool VerticalCanvas::init()
 		return false;
 	}
 	open_audio();
+	if (!make_transition(transition_settings_) && !make_transition({kCutTransition, 0}))
+		log_warning("The host has no transitions: the vertical scenes change at once");
+	video_.set_source(transition_);
+	apply_active_audio();
 
 	if (!create_scene(kDefaultScene))
 		log_warning("Failed to create default scene");
@@ -97,6 +169,8 @@ void VerticalCanvas::teardown()
 		release_assignment(entry);
 	scenes_.clear();
 	active_index_ = -1;
+	video_.set_source(nullptr);
+	transition_ = nullptr;
 	video_.close();
 	initialised_ = false;
 	log_debug("Canvas shut down");
@@ -121,6 +195,8 @@ bool VerticalCanvas::reconfigure(const CanvasConfig &config)
 	height_ = config.height;
 	fps_num_ = config.fps_num;
 	fps_den_ = config.fps_den;
+	if (format_changed && transition_)
+		obs_transition_set_size(transition_, width_, height_);
 	if (format_changed)
 		replace_placements();
 	if (audio_changed && initialised_) {
@@ -147,6 +223,7 @@ bool VerticalCanvas::create_scene(const std::string &name)
 		return false;
 	}
 
+	size_scene(scene, width_, height_);
 	scenes_.push_back(VerticalScene{name, {}, std::move(scene), nullptr});
 	if (active_index_ < 0) {
 		active_index_ = int32_t(scenes_.size() - 1);
@@ -205,7 +282,7 @@ bool VerticalCanvas::rename_scene(const std::string &old_name, const std::string
 	return true;
 }
 
-bool VerticalCanvas::set_active_scene(const std::string &name)
+bool VerticalCanvas::set_active_scene(const std::string &name, bool cut)
 {
 	const int32_t index = find_index(name);
 	if (index < 0) {
@@ -216,7 +293,12 @@ bool VerticalCanvas::set_active_scene(const std::string &name)
 		return true;
 
 	active_index_ = index;
-	show_on_canvas(&scenes_[size_t(index)]);
+	obs_source_t *next = obs_scene_get_source(scenes_[size_t(index)].scene);
+	const bool animated =
+		!cut && transition_ && transition_settings_.kind != kCutTransition &&
+		obs_transition_start(transition_, OBS_TRANSITION_MODE_AUTO, transition_settings_.duration_ms, next);
+	if (!animated)
+		show_on_canvas(&scenes_[size_t(index)]);
 	apply_active_audio();
 	log_info("Active scene: %s", name.c_str());
 	return true;
@@ -241,7 +323,7 @@ bool VerticalCanvas::assign_scene_source(const std::string &scene_name, const st
 		return false;
 	}
 
-	release_assignment(*entry);
+	// Placed anew over what it showed before, which goes once the new picture is there.
 	place_source(*entry, source);
 	entry->source_name = source_name;
 	entry->host = source ? obs_source_get_weak_source(source) : nullptr;
@@ -275,28 +357,113 @@ std::string VerticalCanvas::scene_source_name(const std::string &scene_name) con
 	return entry ? entry->source_name : std::string();
 }
 
+std::optional<SceneLayout> VerticalCanvas::scene_layout(const std::string &scene_name) const
+{
+	const VerticalScene *entry = find_scene(scene_name);
+	return entry ? std::optional<SceneLayout>(entry->layout) : std::nullopt;
+}
+
+bool VerticalCanvas::set_scene_layout(const std::string &scene_name, const SceneLayout &layout)
+{
+	VerticalScene *entry = find_scene(scene_name);
+	if (!entry)
+		return false;
+	if (entry->layout == layout)
+		return true;
+	entry->layout = layout;
+	OBSSourceAutoRelease source = entry->host ? obs_weak_source_get_source(entry->host) : nullptr;
+	if (source)
+		place_source(*entry, source);
+	log_debug("Scene '%s': layout %s", scene_name.c_str(), layout_name(layout.kind));
+	return true;
+}
+
+SourceSize VerticalCanvas::scene_source_size(const std::string &scene_name) const
+{
+	const VerticalScene *entry = find_scene(scene_name);
+	OBSSourceAutoRelease source = entry && entry->host ? obs_weak_source_get_source(entry->host) : nullptr;
+	return source ? SourceSize{obs_source_get_width(source), obs_source_get_height(source)} : SourceSize{};
+}
+
+std::string VerticalCanvas::scene_showing(obs_source_t *host_scene) const
+{
+	for (const VerticalScene &entry : scenes_)
+		if (host_scene && entry.host && obs_weak_source_references_source(entry.host, host_scene))
+			return entry.name;
+	return {};
+}
+
+bool VerticalCanvas::make_transition(const TransitionSettings &transition)
+{
+	const char *id = transition.kind.c_str();
+	bool known = false;
+	const char *type = nullptr;
+	for (size_t i = 0; !known && obs_enum_transition_types(i, &type); i++)
+		known = transition.kind == type;
+	if (!known)
+		return false;
+	OBSSourceAutoRelease made = obs_source_create_private(id, "cv_vertical_transition", nullptr);
+	if (!made)
+		return false;
+	// The scenes are as large as the canvas: drawn as they are.
+	obs_transition_set_size(made, width_, height_);
+	obs_transition_set_scale_type(made, OBS_TRANSITION_SCALE_MAX_ONLY);
+	if (transition_) {
+		// Whatever the old one shows (or is on its way to) goes over, as the host does it.
+		obs_transition_swap_begin(made, transition_);
+		video_.set_source(made);
+		obs_transition_swap_end(made, transition_);
+		obs_transition_clear(transition_);
+	}
+	transition_ = std::move(made);
+	transition_settings_ = transition;
+	apply_active_audio();
+	return true;
+}
+
+bool VerticalCanvas::set_transition(const TransitionSettings &transition)
+{
+	if (transition.kind == transition_settings_.kind && transition_) {
+		transition_settings_.duration_ms = transition.duration_ms;
+		return true;
+	}
+	if (!make_transition(transition)) {
+		log_warning("The host has no transition type '%s'", transition.kind.c_str());
+		return false;
+	}
+	log_info("Transition between vertical scenes: %s, %u ms", transition.kind.c_str(), transition.duration_ms);
+	return true;
+}
+
 SceneList VerticalCanvas::scene_list() const
 {
 	SceneList list;
 	for (const VerticalScene &entry : scenes_)
-		list.scenes.push_back({entry.name, entry.source_name});
+		list.scenes.push_back({entry.name, entry.source_name, entry.layout});
 	list.active = active_scene_name();
+	list.transition = transition_settings_;
+	list.follow_main = follow_main_;
 	return list;
 }
 
 void VerticalCanvas::replace_scenes(const SceneList &list)
 {
 	clear_scenes();
+	if (!set_transition(list.transition))
+		log_warning("Transition '%s' unknown to the host — keeping %s", list.transition.kind.c_str(),
+			    transition_settings_.kind.c_str());
+	follow_main_ = list.follow_main;
 	if (list.scenes.empty())
 		create_scene(kDefaultScene);
 	for (const SceneEntry &entry : list.scenes) {
 		// A name that exists already is refused here; its source is still assigned.
 		create_scene(entry.name);
+		set_scene_layout(entry.name, entry.layout);
 		if (!entry.source.empty())
 			assign_scene_source(entry.name, entry.source);
 	}
 	if (!list.active.empty())
-		set_active_scene(list.active);
+		set_active_scene(list.active, true);
 	log_info("Restored %zu scene(s), active: %s", scenes_.size(), active_scene_name().c_str());
 }
 
@@ -395,6 +562,9 @@ void VerticalCanvas::rename_private_scene(VerticalScene &entry, const std::strin
 		return;
 	const bool shown = active_entry() == &entry;
 	entry.scene = std::move(renamed);
+	size_scene(entry.scene, width_, height_);
+	OBSSourceAutoRelease host = entry.host ? obs_weak_source_get_source(entry.host) : nullptr;
+	place_source(entry, host);
 	if (shown)
 		show_on_canvas(&entry);
 }
@@ -404,57 +574,77 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 	if (!entry.scene)
 		return;
 
-	// The old items are removed after the enumeration, not inside it: the last release
-	// of an item enters the graphics context, and the enumeration holds the scene's
-	// lock, which the graphics thread takes while it renders the scene with the
-	// context held. Doing both at once deadlocks the two threads.
-	std::vector<OBSSceneItem> old_items;
-	obs_scene_enum_items(
-		entry.scene,
-		[](obs_scene_t *, obs_sceneitem_t *item, void *param) {
-			static_cast<std::vector<OBSSceneItem> *>(param)->emplace_back(item);
-			return true;
-		},
-		&old_items);
+	// The items the layout asks for, bottom first.
+	std::vector<Piece> pieces;
+	const SceneLayout &layout = entry.layout;
+	const uint32_t sw = source ? obs_source_get_width(source) : 0;
+	const uint32_t sh = source ? obs_source_get_height(source) : 0;
+	if (source && layout.kind == LayoutKind::Cover) {
+		pieces.push_back(placed(source, focused_cover(width_, height_, sw, sh, layout.focus_x, layout.focus_y,
+							      layout.zoom)));
+	} else if (source && layout.kind == LayoutKind::Fit) {
+		if (!entry.backdrop)
+			entry.backdrop = make_backdrop();
+		const bool blur = layout.background == kBlurBackground;
+		set_backdrop(entry.backdrop, source, blur, parse_colour(layout.background).value_or(0), width_,
+			     height_);
+		if (entry.backdrop)
+			pieces.push_back(placed(entry.backdrop, CoverPlacement{1.0f, 0.0f, 0.0f}));
+		pieces.push_back(placed(source, fit_placement(width_, height_, sw, sh)));
+	} else if (source) {
+		const std::array<Part, 2> parts = stack_parts(width_, height_, layout.split);
+		const Region regions[2] = {top_region(layout, sw, sh), bottom_region(layout, sw, sh)};
+		for (size_t i = 0; i < parts.size(); i++) {
+			const RegionPlacement at = region_cover(sw, sh, regions[i], parts[i]);
+			Piece piece;
+			piece.source = source;
+			piece.x = at.x;
+			piece.y = at.y;
+			piece.scale_x = at.scale_x;
+			piece.scale_y = at.scale_y;
+			piece.crop = {int(at.crop_left), int(at.crop_top), int(at.crop_right), int(at.crop_bottom)};
+			pieces.push_back(piece);
+		}
+	}
+	if (entry.backdrop && (layout.kind != LayoutKind::Fit || !source))
+		set_backdrop(entry.backdrop, nullptr, false, 0, width_, height_);
+
+	// The same items as before are moved where they go. Otherwise the new ones are added
+	// before the old ones go, so that no frame shows the scene empty.
+	std::vector<OBSSceneItem> old_items = items_of(entry.scene);
+	bool same = old_items.size() == pieces.size();
+	for (size_t i = 0; same && i < pieces.size(); i++)
+		same = obs_sceneitem_get_source(old_items[i]) == pieces[i].source;
+	if (same) {
+		for (size_t i = 0; i < pieces.size(); i++)
+			apply(old_items[i], pieces[i]);
+		return;
+	}
+	for (const Piece &piece : pieces) {
+		obs_sceneitem_t *item = obs_scene_add(entry.scene, piece.source);
+		if (!item) {
+			log_warning("obs_scene_add failed for source: %s", obs_source_get_name(piece.source));
+			continue;
+		}
+		apply(item, piece);
+	}
+	// Removed after the enumeration, not inside it: the last release of an item enters
+	// the graphics context, and the enumeration holds the scene's lock, which the
+	// graphics thread takes while it renders the scene with the context held. Doing both
+	// at once deadlocks the two threads.
 	for (obs_sceneitem_t *item : old_items)
 		obs_sceneitem_remove(item);
 	old_items.clear();
-	if (!source)
-		return;
-
-	obs_sceneitem_t *item = obs_scene_add(entry.scene, source);
-	if (!item) {
-		log_warning("obs_scene_add failed for source: %s", obs_source_get_name(source));
-		return;
-	}
-
-	const uint32_t sw = obs_source_get_width(source);
-	const uint32_t sh = obs_source_get_height(source);
-	const CoverPlacement placement = cover_placement(width_, height_, sw, sh);
-
-	obs_transform_info info = {};
-	vec2_set(&info.pos, placement.x, placement.y);
-	info.rot = 0.0f;
-	vec2_set(&info.scale, placement.scale, placement.scale);
-	info.alignment = OBS_ALIGN_LEFT | OBS_ALIGN_TOP;
-	info.bounds_type = OBS_BOUNDS_NONE;
-	info.bounds_alignment = 0;
-	vec2_zero(&info.bounds);
-#if LIBOBS_API_MAJOR_VER >= 30
-	info.crop_to_bounds = false;
-	obs_sceneitem_set_info2(item, &info);
-#else
-	obs_sceneitem_set_info(item, &info);
-#endif
-
-	log_debug("Source '%s' placed: src=%ux%u scale=%.4f pos=(%.1f,%.1f)", obs_source_get_name(source), sw, sh,
-		  placement.scale, placement.x, placement.y);
+	if (source)
+		log_debug("Source '%s' placed (%s): src=%ux%u", obs_source_get_name(source), layout_name(layout.kind),
+			  sw, sh);
 }
 
 // Every assigned host scene placed again, to cover a canvas of another size.
 void VerticalCanvas::replace_placements()
 {
 	for (VerticalScene &entry : scenes_) {
+		size_scene(entry.scene, width_, height_);
 		OBSSourceAutoRelease source = entry.host ? obs_weak_source_get_source(entry.host) : nullptr;
 		if (source)
 			place_source(entry, source);
@@ -463,7 +653,18 @@ void VerticalCanvas::replace_placements()
 
 void VerticalCanvas::show_on_canvas(const VerticalScene *entry)
 {
-	video_.set_source(entry ? obs_scene_get_source(entry->scene) : nullptr);
+	obs_source_t *source = entry ? obs_scene_get_source(entry->scene) : nullptr;
+	if (transition_)
+		obs_transition_set(transition_, source);
+	else
+		video_.set_source(source);
+}
+
+OBSSourceAutoRelease VerticalCanvas::shown() const
+{
+	if (transition_)
+		return obs_transition_get_active_source(transition_);
+	return video_.source();
 }
 
 void VerticalCanvas::release_assignment(VerticalScene &entry)
@@ -497,9 +698,14 @@ void VerticalCanvas::apply_active_audio()
 {
 	if (!scene_audio_)
 		return;
+	// The transition mixes the scenes' audio as it mixes their pictures.
+	if (transition_) {
+		scene_audio_->set_source(transition_);
+		return;
+	}
 	VerticalScene *entry = active_entry();
 	OBSSourceAutoRelease source = entry && entry->host ? obs_weak_source_get_source(entry->host) : nullptr;
-	scene_audio_->set_source(source);
+	scene_audio_->set_source(source.Get());
 }
 
 } // namespace cv

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,12 +28,22 @@ struct VerticalScene {
 	// The host scene it shows. Its only strong reference is the private scene's item, so
 	// the canvas never keeps a scene alive that the host let go.
 	OBSWeakSourceAutoRelease host;
+	SceneLayout layout = {};
+	// The fit layout's background, made when first needed.
+	OBSSourceAutoRelease backdrop = {};
+};
+
+struct SourceSize {
+	uint32_t width = 0;
+	uint32_t height = 0;
 };
 
 // The second, vertical canvas: its own video at its own size and rate, and the list of
-// vertical scenes it can show. Only the active vertical scene is on the canvas, so only
-// its host scene and what is inside it count as showing. The host's UI thread alone uses
-// it, but for render(), width() and height() (the preview's draw, on the graphics thread).
+// vertical scenes it can show, each framing its host scene by its layout. The canvas
+// shows them through one of the host's transitions, so only the active vertical scene
+// (and, while a transition runs, the one it leaves) is on the canvas, and only its host
+// scene and what is inside it count as showing. The host's UI thread alone uses it, but
+// for render(), width() and height() (the preview's draw, on the graphics thread).
 class VerticalCanvas {
 public:
 	explicit VerticalCanvas(const CanvasConfig &config);
@@ -60,7 +71,8 @@ public:
 	// Draws what the canvas shows (graphics thread), and what that is: the active
 	// vertical scene's private scene, or nothing.
 	void render() { video_.render(); }
-	OBSSourceAutoRelease shown() const { return video_.source(); }
+	// The vertical scene's private scene shown, or being moved to.
+	OBSSourceAutoRelease shown() const;
 	// The vertical audio and its mix: the active vertical scene's sources on the chosen
 	// track when the audio follows the scene, else the host's whole track.
 	audio_t *audio() const;
@@ -78,7 +90,8 @@ public:
 	bool create_scene(const std::string &name);
 	bool remove_scene(const std::string &name);
 	bool rename_scene(const std::string &old_name, const std::string &new_name);
-	bool set_active_scene(const std::string &name);
+	// Through the transition; at once with `cut`.
+	bool set_active_scene(const std::string &name, bool cut = false);
 	// An empty source name clears the scene.
 	bool assign_scene_source(const std::string &scene_name, const std::string &source_name);
 
@@ -86,6 +99,23 @@ public:
 	std::string active_scene_name() const;
 	// Empty when the scene does not exist or has no source assigned.
 	std::string scene_source_name(const std::string &scene_name) const;
+	// How the scene frames its host scene; nothing when there is no such scene.
+	std::optional<SceneLayout> scene_layout(const std::string &scene_name) const;
+	// Takes a layout that has been checked (it is not checked again); false when there is
+	// no such scene.
+	bool set_scene_layout(const std::string &scene_name, const SceneLayout &layout);
+	// The size of the host scene the scene shows: zero when it shows none.
+	SourceSize scene_source_size(const std::string &scene_name) const;
+
+	// The transition used between vertical scenes: one of the host's transition types.
+	// False (and the transition as it was) when the host has no such type.
+	bool set_transition(const TransitionSettings &transition);
+	const TransitionSettings &transition() const { return transition_settings_; }
+	// Whether the canvas follows the host's program scene (the plug-in does the following).
+	void set_follow_main(bool follow) { follow_main_ = follow; }
+	bool follow_main() const { return follow_main_; }
+	// The first vertical scene showing that host scene; empty for none.
+	std::string scene_showing(obs_source_t *host_scene) const;
 
 	// The scene list as a record, and back: the list replaces every scene (an empty one
 	// leaves the default "Scene 1").
@@ -111,6 +141,7 @@ private:
 	int32_t find_index(const std::string &name) const;
 	VerticalScene *active_entry();
 	void place_source(VerticalScene &entry, obs_source_t *source);
+	bool make_transition(const TransitionSettings &transition);
 	void replace_placements();
 	void rename_private_scene(VerticalScene &entry, const std::string &new_name);
 	void show_on_canvas(const VerticalScene *entry);
@@ -127,6 +158,10 @@ private:
 	CanvasVideo video_;
 	std::vector<VerticalScene> scenes_;
 	int32_t active_index_ = -1;
+	// What the view shows: the scenes pass through it. Null on a host without transitions.
+	OBSSourceAutoRelease transition_;
+	TransitionSettings transition_settings_;
+	bool follow_main_ = false;
 	bool initialised_ = false;
 };
 

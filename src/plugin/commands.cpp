@@ -14,6 +14,8 @@
 #include <util/config-file.h>
 #include <util/util.hpp>
 
+#include <QTimer>
+
 #include <algorithm>
 #include <cstring>
 
@@ -22,6 +24,9 @@
 namespace cv {
 
 namespace {
+
+// How long layout edits wait before the collection is saved: a drag is one save.
+constexpr int kLayoutSaveDelayMs = 500;
 
 // The host's recording format for the profile, as its output settings name it.
 std::string host_recording_format()
@@ -233,6 +238,69 @@ Error Plugin::assign_host_scene(const std::string &name, const std::string &host
 	canvas_->assign_scene_source(name, host_scene);
 	scenes_edited();
 	return {};
+}
+
+Error Plugin::set_scene_layout(const std::string &name, const SceneLayout &layout)
+{
+	if (!canvas_)
+		return ErrorCode::NoCanvas;
+	if (!canvas_->scene_layout(name))
+		return {ErrorCode::NoSuchScene, name};
+	const SourceSize size = canvas_->scene_source_size(name);
+	if (Error error = layout_problem(layout, size.width, size.height))
+		return error;
+	canvas_->set_scene_layout(name, layout);
+	layout_edited();
+	return {};
+}
+
+Error Plugin::set_transition(const TransitionSettings &transition)
+{
+	if (!canvas_)
+		return ErrorCode::NoCanvas;
+	if (transition.duration_ms < kMinTransitionMs || transition.duration_ms > kMaxTransitionMs)
+		return {ErrorCode::OutOfRange, "transitionDuration [50, 20000]"};
+	if (!canvas_->set_transition(transition))
+		return {ErrorCode::NoSuchTransition, transition.kind};
+	scenes_edited();
+	return {};
+}
+
+Error Plugin::set_follow_main_scene(bool follow)
+{
+	if (!canvas_)
+		return ErrorCode::NoCanvas;
+	canvas_->set_follow_main(follow);
+	log_info("The vertical canvas %s OBS's scene", follow ? "follows" : "no longer follows");
+	if (follow)
+		follow_main_scene();
+	scenes_edited();
+	return {};
+}
+
+void Plugin::follow_main_scene()
+{
+	if (!canvas_ || !canvas_->follow_main())
+		return;
+	OBSSourceAutoRelease program = obs_frontend_get_current_scene();
+	const std::string name = canvas_->scene_showing(program);
+	if (name.empty() || name == canvas_->active_scene_name())
+		return;
+	log_info("Following OBS's scene '%s' to vertical scene '%s'", obs_source_get_name(program), name.c_str());
+	set_active_scene(name);
+}
+
+void Plugin::layout_edited()
+{
+	if (remote_)
+		remote_->report_changes();
+	if (save_pending_ || !context_)
+		return;
+	save_pending_ = true;
+	QTimer::singleShot(kLayoutSaveDelayMs, context_.get(), [this] {
+		save_pending_ = false;
+		obs_frontend_save();
+	});
 }
 
 // Kept in the host's scene collection, which the host saves a moment later.

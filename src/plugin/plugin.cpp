@@ -194,6 +194,9 @@ void Plugin::handle_event(enum obs_frontend_event event)
 			recording_->stop();
 		}
 		break;
+	case OBS_FRONTEND_EVENT_SCENE_CHANGED:
+		follow_main_scene();
+		break;
 	case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGING:
 	case OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP:
 		release_collection();

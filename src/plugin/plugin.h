@@ -66,6 +66,9 @@ public:
 	Error remove_scene(const std::string &name) override;
 	Error rename_scene(const std::string &name, const std::string &new_name) override;
 	Error assign_host_scene(const std::string &name, const std::string &host_scene) override;
+	Error set_scene_layout(const std::string &name, const SceneLayout &layout) override;
+	Error set_transition(const TransitionSettings &transition) override;
+	Error set_follow_main_scene(bool follow) override;
 	// The id of the destination of that name (the first when several share it); empty
 	// when none has it.
 	std::string destination_id(const std::string &name) const;
@@ -93,6 +96,10 @@ private:
 	void show_runtime();
 	void on_hotkey(HotkeyAction action);
 	void scenes_edited();
+	// A layout changed: shown, told, and saved once the edits pause.
+	void layout_edited();
+	// The canvas moves to the vertical scene showing the host's program scene, if any.
+	void follow_main_scene();
 	void on_host_scene_event(const HostSceneEvent &event);
 	void on_output_idle();
 	void apply_pending();
@@ -130,6 +137,7 @@ private:
 	// once they have stopped.
 	bool profile_pending_ = false;
 	bool settings_requested_ = false;
+	bool save_pending_ = false;
 };
 
 } // namespace cv

@@ -8,7 +8,9 @@
 #include <media-io/video-io.h>
 
 #include <array>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 using cv::CanvasConfig;
 using cv::VerticalCanvas;
@@ -155,6 +157,8 @@ TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show")) << "assigned again: still one item";
 	ASSERT_EQ(shown_items(), Names{"Show"});
 	auto expect_green = [&] {
+		// The transition takes a new size at the host's next tick.
+		std::this_thread::sleep_for(std::chrono::milliseconds(100));
 		const uint32_t width = canvas->width(), height = canvas->height();
 		const cvtest::Image frame = cvtest::render([&] { canvas->render(); }, width, height);
 		for (uint32_t y : {2u, height / 2, height - 3})

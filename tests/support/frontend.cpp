@@ -23,6 +23,7 @@ config_t *profile_config = nullptr;
 ConfigFile own_profile_config;
 QMainWindow *main_window = nullptr;
 std::vector<std::pair<obs_frontend_event_cb, void *>> callbacks;
+obs_weak_source_t *current_scene = nullptr;
 std::vector<std::pair<obs_frontend_save_cb, void *>> save_callbacks;
 
 template<typename Callback> void forget(std::vector<std::pair<Callback, void *>> &list, Callback callback, void *data)
@@ -102,12 +103,21 @@ void reset()
 	save_callbacks.clear();
 	collection = nullptr;
 	add_dock_hook = nullptr;
+	obs_weak_source_release(current_scene);
+	current_scene = nullptr;
 }
 
 void fire_event(int event)
 {
 	for (const auto &[callback, data] : std::vector(callbacks))
 		callback(obs_frontend_event(event), data);
+}
+
+void switch_scene(obs_source_t *scene)
+{
+	obs_weak_source_release(current_scene);
+	current_scene = scene ? obs_source_get_weak_source(scene) : nullptr;
+	fire_event(OBS_FRONTEND_EVENT_SCENE_CHANGED);
 }
 
 void on_next_add_dock(void (*hook)())
@@ -210,6 +220,12 @@ void obs_frontend_get_scenes(struct obs_frontend_source_list *sources)
 		sources);
 }
 #pragma GCC diagnostic pop
+
+obs_source_t *obs_frontend_get_current_scene(void)
+{
+	using namespace cvtest::frontend;
+	return current_scene ? obs_weak_source_get_source(current_scene) : nullptr;
+}
 
 void obs_frontend_add_event_callback(obs_frontend_event_cb callback, void *data)
 {

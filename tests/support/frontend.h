@@ -31,6 +31,10 @@ obs_data_t *saved_collection();
 // The host's load of a collection's module data, as at start-up and at a switch.
 void load_collection(obs_data_t *modules);
 
+// The host's switch of its program scene: the scene becomes current (what
+// obs_frontend_get_current_scene reports), then SCENE_CHANGED.
+void switch_scene(obs_source_t *scene);
+
 // The time the host's video resets have taken so far, in ns.
 uint64_t video_reset_ns();
 // The host's profile switch: PROFILE_CHANGING, the new profile swapped in (its folder, and

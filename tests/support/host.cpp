@@ -153,7 +153,7 @@ bool start_host(const HostOptions &options, const std::string &config_root, std:
 			return false;
 		}
 	}
-	if (!load_host_module("image-source", error) ||
+	if (!load_host_module("image-source", error) || !load_host_module("obs-transitions", error) ||
 	    (options.encoders && (!load_host_module("obs-x264", error) || !load_host_module("obs-ffmpeg", error))) ||
 	    (options.outputs && (!load_host_module("obs-outputs", error) || !load_host_module("rtmp-services", error))))
 		return false;
