@@ -1,6 +1,7 @@
 #include "remote_control.h"
 
 #include "plugin.h"
+#include "scene_collection.h"
 
 #include "base/log.h"
 #include "canvas/vertical_canvas.h"
@@ -12,9 +13,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace cv {
 
@@ -47,19 +50,72 @@ OBSData reply(const Error &error)
 	return data;
 }
 
-// A string field of the request; an error when it is missing or not a string. An
-// optional one that is missing is empty.
-Error read_string(obs_data_t *request, const char *name, std::string *value, bool optional = false)
+// Whether the request has the field; an error when it has it with another type.
+Error typed_field(obs_data_t *request, const char *name, obs_data_type type, bool *present)
 {
 	obs_data_item_t *item = request ? obs_data_item_byname(request, name) : nullptr;
-	const bool present = item != nullptr;
-	const bool string = present && obs_data_item_gettype(item) == OBS_DATA_STRING;
-	if (string)
-		*value = obs_data_item_get_string(item);
+	*present = item != nullptr;
+	const bool typed = *present && obs_data_item_gettype(item) == type;
 	obs_data_item_release(&item);
-	if (!present)
-		return optional ? Error() : Error(ErrorCode::MissingField, name);
-	return string ? Error() : Error(ErrorCode::FieldNotString, name);
+	if (!*present || typed)
+		return {};
+	switch (type) {
+	case OBS_DATA_NUMBER:
+		return {ErrorCode::FieldNotNumber, name};
+	case OBS_DATA_BOOLEAN:
+		return {ErrorCode::FieldNotBool, name};
+	case OBS_DATA_OBJECT:
+		return {ErrorCode::FieldNotObject, name};
+	default:
+		return {ErrorCode::FieldNotString, name};
+	}
+}
+
+// A string field of the request; an error when it is missing or not a string. An
+// optional one that is missing is left as it is.
+Error read_string(obs_data_t *request, const char *name, std::string *value, bool optional = false)
+{
+	bool present = false;
+	if (Error error = typed_field(request, name, OBS_DATA_STRING, &present))
+		return error;
+	if (present)
+		*value = obs_data_get_string(request, name);
+	return present || optional ? Error() : Error(ErrorCode::MissingField, name);
+}
+
+// An optional number field; left as it is when missing.
+Error read_number(obs_data_t *request, const char *name, double *value)
+{
+	bool present = false;
+	if (Error error = typed_field(request, name, OBS_DATA_NUMBER, &present))
+		return error;
+	if (present)
+		*value = obs_data_get_double(request, name);
+	return {};
+}
+
+// An optional region field: an object with all four of x, y, width and height.
+Error read_region(obs_data_t *request, const char *name, Region *region)
+{
+	bool present = false;
+	if (Error error = typed_field(request, name, OBS_DATA_OBJECT, &present); error || !present)
+		return error;
+	OBSDataAutoRelease object = obs_data_get_obj(request, name);
+	Region read;
+	const std::pair<const char *, double *> fields[] = {{"x", &read.x},
+							    {"y", &read.y},
+							    {"width", &read.width},
+							    {"height", &read.height}};
+	for (const auto &[field, value] : fields) {
+		const std::string full = std::string(name) + "." + field;
+		if (Error error = typed_field(object, field, OBS_DATA_NUMBER, &present))
+			return {error.code, full};
+		if (!present)
+			return {ErrorCode::MissingField, full};
+		*value = obs_data_get_double(object, field);
+	}
+	*region = read;
+	return {};
 }
 
 // The destination a request names by "destination" (all when it names none).
@@ -72,6 +128,60 @@ Error destination_field(Plugin &plugin, obs_data_t *request, std::string *id)
 		return {};
 	*id = plugin.destination_id(name);
 	return id->empty() ? Error(ErrorCode::NoSuchDestination, name) : Error();
+}
+
+// The scene's layout with the fields the request has; the plug-in checks the result.
+Error set_scene_layout(Plugin &plugin, obs_data_t *request)
+{
+	std::string scene;
+	if (Error error = read_string(request, "sceneName", &scene))
+		return error;
+	const VerticalCanvas *canvas = plugin.canvas();
+	if (!canvas)
+		return ErrorCode::NoCanvas;
+	std::optional<SceneLayout> layout = canvas->scene_layout(scene);
+	if (!layout)
+		return {ErrorCode::NoSuchScene, scene};
+	std::string kind = layout_name(layout->kind);
+	if (Error error = read_string(request, "layout", &kind, true))
+		return error;
+	if (!layout_kind(kind))
+		return {ErrorCode::NoSuchLayout, kind};
+	layout->kind = *layout_kind(kind);
+	Error error;
+	const std::pair<const char *, double *> numbers[] = {{"focusX", &layout->focus_x},
+							     {"focusY", &layout->focus_y},
+							     {"zoom", &layout->zoom},
+							     {"split", &layout->split}};
+	for (const auto &[name, value] : numbers)
+		if (!error)
+			error = read_number(request, name, value);
+	if (!error)
+		error = read_string(request, "background", &layout->background, true);
+	if (!error)
+		error = read_region(request, "top", &layout->top);
+	if (!error)
+		error = read_region(request, "bottom", &layout->bottom);
+	return error ? error : plugin.set_scene_layout(scene, *layout);
+}
+
+Error set_transition(Plugin &plugin, obs_data_t *request)
+{
+	const VerticalCanvas *canvas = plugin.canvas();
+	if (!canvas)
+		return ErrorCode::NoCanvas;
+	TransitionSettings transition = canvas->transition();
+	double duration = transition.duration_ms;
+	Error error = read_string(request, "transitionKind", &transition.kind, true);
+	if (!error)
+		error = read_number(request, "transitionDuration", &duration);
+	if (error)
+		return error;
+	// Whole milliseconds only; checked here, before it is made one.
+	if (duration != std::floor(duration) || duration < kMinTransitionMs || duration > kMaxTransitionMs)
+		return {ErrorCode::OutOfRange, "transitionDuration [50, 20000]"};
+	transition.duration_ms = uint32_t(duration);
+	return plugin.set_transition(transition);
 }
 
 using Handler = Error (*)(Plugin &plugin, obs_data_t *request);
@@ -135,6 +245,16 @@ const struct {
 		 if (!error)
 			 error = read_string(request, "hostSceneName", &host_scene);
 		 return error ? error : plugin.assign_host_scene(scene, host_scene);
+	 }},
+	{"SetSceneLayout", set_scene_layout},
+	{"SetTransition", set_transition},
+	{"SetFollowMainScene",
+	 [](Plugin &plugin, obs_data_t *request) {
+		 bool present = false;
+		 Error error = typed_field(request, "enabled", OBS_DATA_BOOLEAN, &present);
+		 if (!error && !present)
+			 error = {ErrorCode::MissingField, "enabled"};
+		 return error ? error : plugin.set_follow_main_scene(obs_data_get_bool(request, "enabled"));
 	 }},
 };
 
@@ -251,17 +371,27 @@ OBSData RemoteControl::status()
 	obs_data_set_bool(data, "recordingPaused", recording && recording->is_paused());
 	obs_data_set_string(data, "activeScene", canvas ? canvas->active_scene_name().c_str() : "");
 
-	// The host's data arrays hold objects only: each scene is {sceneName, hostSceneName}.
+	// The host's data arrays hold objects only: each scene is {sceneName, hostSceneName,
+	// layout}, the layout's default regions those of its host scene's size.
 	OBSDataArrayAutoRelease scenes = obs_data_array_create();
 	if (canvas) {
 		for (const std::string &name : canvas->scene_names()) {
 			OBSDataAutoRelease scene = obs_data_create();
 			obs_data_set_string(scene, "sceneName", name.c_str());
 			obs_data_set_string(scene, "hostSceneName", canvas->scene_source_name(name).c_str());
+			OBSDataAutoRelease layout = obs_data_create();
+			const SourceSize size = canvas->scene_source_size(name);
+			write_layout(layout, canvas->scene_layout(name).value_or(SceneLayout()), size.width,
+				     size.height);
+			obs_data_set_obj(scene, "layout", layout);
 			obs_data_array_push_back(scenes, scene);
 		}
 	}
 	obs_data_set_array(data, "scenes", scenes);
+	OBSDataAutoRelease transition = obs_data_create();
+	write_transition(transition, canvas ? canvas->transition() : TransitionSettings());
+	obs_data_set_obj(data, "transition", transition);
+	obs_data_set_bool(data, "followMainScene", canvas && canvas->follow_main());
 
 	// Without a canvas (a profile whose canvas cannot be built), the one it asks for.
 	const PluginConfig &settings = plugin_.settings();
