@@ -405,16 +405,14 @@ bool VerticalCanvas::make_transition(const TransitionSettings &transition)
 	OBSSourceAutoRelease made = obs_source_create_private(id, "cv_vertical_transition", nullptr);
 	if (!made)
 		return false;
-	// The scenes are as large as the canvas: drawn as they are.
-	obs_transition_set_size(made, width_, height_);
+	// The scenes are as large as the canvas: drawn as they are. The new transition takes
+	// over what the old one shows (where it is going, if it is under way).
 	obs_transition_set_scale_type(made, OBS_TRANSITION_SCALE_MAX_ONLY);
-	if (transition_) {
-		// Whatever the old one shows (or is on its way to) goes over, as the host does it.
-		obs_transition_swap_begin(made, transition_);
+	transition_ready_ = false;
+	OBSSourceAutoRelease showing = transition_ ? obs_transition_get_active_source(transition_) : nullptr;
+	show_now(made, showing);
+	if (transition_)
 		video_.set_source(made);
-		obs_transition_swap_end(made, transition_);
-		obs_transition_clear(transition_);
-	}
 	transition_ = std::move(made);
 	transition_settings_ = transition;
 	apply_active_audio();
@@ -655,9 +653,24 @@ void VerticalCanvas::show_on_canvas(const VerticalScene *entry)
 {
 	obs_source_t *source = entry ? obs_scene_get_source(entry->scene) : nullptr;
 	if (transition_)
-		obs_transition_set(transition_, source);
+		show_now(transition_, source);
 	else
 		video_.set_source(source);
+}
+
+// The host works out how a transition draws its scenes (for these scenes, as large as
+// the transition, as they are) at its ticks and when a transition starts, but not when a
+// scene is merely set. So a transition that never drew one would draw nothing until the
+// host's next tick: it is started once towards nothing, which works that out, and the
+// scene set again.
+void VerticalCanvas::show_now(obs_source_t *transition, obs_source_t *source)
+{
+	obs_transition_set(transition, source);
+	if (!source || transition_ready_)
+		return;
+	obs_transition_start(transition, OBS_TRANSITION_MODE_AUTO, 0, nullptr);
+	obs_transition_set(transition, source);
+	transition_ready_ = true;
 }
 
 OBSSourceAutoRelease VerticalCanvas::shown() const

@@ -145,6 +145,7 @@ private:
 	void replace_placements();
 	void rename_private_scene(VerticalScene &entry, const std::string &new_name);
 	void show_on_canvas(const VerticalScene *entry);
+	void show_now(obs_source_t *transition, obs_source_t *source);
 	void release_assignment(VerticalScene &entry);
 	void apply_active_audio();
 
@@ -161,6 +162,7 @@ private:
 	// What the view shows: the scenes pass through it. Null on a host without transitions.
 	OBSSourceAutoRelease transition_;
 	TransitionSettings transition_settings_;
+	bool transition_ready_ = false; // it knows how to draw the scenes
 	bool follow_main_ = false;
 	bool initialised_ = false;
 };

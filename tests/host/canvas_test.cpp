@@ -7,7 +7,10 @@
 
 #include <media-io/video-io.h>
 
+#include <algorithm>
 #include <array>
+#include <initializer_list>
+#include <tuple>
 #include <chrono>
 #include <memory>
 #include <thread>
@@ -229,4 +232,174 @@ TEST_F(CanvasTest, LivesThroughResetsOfTheHostsVideo)
 		const cvtest::Image frame = cvtest::render([&] { canvas->render(); }, 720, 1280);
 		EXPECT_EQ(frame.rgb(360, 640), 0x00FF00u);
 	}
+}
+
+namespace {
+
+constexpr uint32_t kRed = 0xFF0000, kGreen = 0x00FF00, kBlue = 0x0000FF, kWhite = 0xFFFFFF;
+
+// A canvas showing the host scene of four coloured quarters, red and green above blue
+// and white, by the layout under test.
+class LayoutTest : public CanvasTest {
+protected:
+	void SetUp() override
+	{
+		CanvasTest::SetUp();
+		if (HasFatalFailure())
+			return;
+		grid = cvtest::make_grid_scene("Grid", {{kRed, kGreen}, {kBlue, kWhite}});
+		ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Grid"));
+	}
+	void TearDown() override
+	{
+		canvas.reset();
+		grid = nullptr;
+		CanvasTest::TearDown();
+	}
+	cvtest::Image frame_with(const cv::SceneLayout &layout)
+	{
+		EXPECT_TRUE(canvas->set_scene_layout("Scene 1", layout));
+		// Scene items take new places at the host's next tick.
+		std::this_thread::sleep_for(std::chrono::milliseconds(100));
+		return cvtest::render([&] { canvas->render(); }, 720, 1280);
+	}
+
+	OBSSceneAutoRelease grid;
+};
+
+uint32_t channel(uint32_t rgb, int shift)
+{
+	return rgb >> shift & 0xFF;
+}
+
+} // namespace
+
+// Focus at each edge and zoom: the canvas's corners show the quarters the phone is meant
+// to see, and never an empty edge.
+TEST_F(LayoutTest, CoverFocusAndZoomChooseWhatThePhoneSees)
+{
+	const struct {
+		double focus_x, focus_y, zoom;
+		uint32_t top_left, bottom_right;
+	} cases[] = {
+		{0.5, 0.5, 1, kRed, kWhite}, {0, 0.5, 1, kRed, kBlue},   {1, 0.5, 1, kGreen, kWhite},
+		{0.5, 0, 2, kRed, kGreen},   {0.5, 1, 2, kBlue, kWhite}, {0, 0, 2, kRed, kRed},
+		{1, 1, 4, kWhite, kWhite},   {0, 1, 2, kBlue, kBlue},
+	};
+	for (const auto &c : cases) {
+		cv::SceneLayout layout;
+		layout.focus_x = c.focus_x;
+		layout.focus_y = c.focus_y;
+		layout.zoom = c.zoom;
+		const cvtest::Image frame = frame_with(layout);
+		EXPECT_EQ(frame.rgb(1, 1), c.top_left) << c.focus_x << "," << c.focus_y << " x" << c.zoom;
+		EXPECT_EQ(frame.rgb(718, 1278), c.bottom_right) << c.focus_x << "," << c.focus_y << " x" << c.zoom;
+	}
+}
+
+// The whole scene, as wide as the canvas, on a colour or on a blurred, darkened copy of
+// itself: the copy has no hard edge where the scene has one.
+TEST_F(LayoutTest, FitShowsTheWholeSceneOnItsBackground)
+{
+	cv::SceneLayout layout;
+	layout.kind = cv::LayoutKind::Fit;
+	layout.background = "#203040";
+	cvtest::Image frame = frame_with(layout);
+	// 720 / 1920 of the scene's size, from y = 437.5 to 842.5.
+	for (const auto &[x, y, rgb] :
+	     std::initializer_list<std::tuple<uint32_t, uint32_t, uint32_t>>{{360, 20, 0x203040},
+									     {360, 1260, 0x203040},
+									     {100, 500, kRed},
+									     {620, 500, kGreen},
+									     {100, 780, kBlue},
+									     {620, 780, kWhite}})
+		EXPECT_EQ(frame.rgb(x, y), rgb) << x << "," << y;
+
+	layout.background = "blur";
+	frame = frame_with(layout);
+	EXPECT_EQ(frame.rgb(100, 500), kRed) << "the scene stays sharp";
+	// Above the scene: the covering copy's red and green halves, meeting at x = 360.
+	const uint32_t y = 200;
+	const uint32_t left = frame.rgb(5, y), right = frame.rgb(714, y);
+	EXPECT_GT(channel(left, 16), channel(left, 8) + 60) << std::hex << left;
+	EXPECT_GT(channel(right, 8), channel(right, 16) + 60) << std::hex << right;
+	EXPECT_LT(std::max(channel(left, 16), channel(right, 8)), 215u) << "darkened";
+	int steepest = 0;
+	for (uint32_t x = 0; x + 1 < 720; x++)
+		for (int shift : {8, 16})
+			steepest = std::max(steepest, std::abs(int(channel(frame.rgb(x + 1, y), shift)) -
+							       int(channel(frame.rgb(x, y), shift))));
+	EXPECT_LE(steepest, 12) << "a hard edge in the blurred background";
+}
+
+// Two regions of the scene above each other, each covering its part; the split moves
+// the border between them.
+TEST_F(LayoutTest, StackPutsTwoRegionsAboveEachOther)
+{
+	cv::SceneLayout layout;
+	layout.kind = cv::LayoutKind::Stack;
+	layout.top = {960, 540, 960, 540};
+	layout.bottom = {0, 0, 960, 540};
+	cvtest::Image frame = frame_with(layout);
+	for (const auto &[x, y, rgb] :
+	     std::initializer_list<std::tuple<uint32_t, uint32_t, uint32_t>>{{1, 1, kWhite},
+									     {718, 637, kWhite},
+									     {1, 642, kRed},
+									     {718, 1278, kRed}})
+		EXPECT_EQ(frame.rgb(x, y), rgb) << x << "," << y;
+	layout.split = 0.25;
+	frame = frame_with(layout);
+	EXPECT_EQ(frame.rgb(360, 317), kWhite);
+	EXPECT_EQ(frame.rgb(360, 322), kRed);
+	// The defaults: the scene's left and right halves.
+	layout.top = layout.bottom = {};
+	frame = frame_with(layout);
+	EXPECT_EQ(frame.rgb(360, 2), kRed);
+	EXPECT_EQ(frame.rgb(360, 1277), kWhite);
+}
+
+// A fade's frames lie between the two scenes for about its duration, then show the new
+// one; a cut shows it at once.
+TEST_F(CanvasTest, ScenesChangeThroughTheTransition)
+{
+	OBSSceneAutoRelease red = cvtest::make_band_scene("Red", {kRed});
+	OBSSceneAutoRelease green = cvtest::make_band_scene("Green", {kGreen});
+	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Red"));
+	ASSERT_TRUE(canvas->create_scene("B"));
+	ASSERT_TRUE(canvas->assign_scene_source("B", "Green"));
+	EXPECT_FALSE(canvas->set_transition({"no_such_transition", 300}));
+	ASSERT_TRUE(canvas->set_transition({"fade_transition", 1500}));
+
+	using Clock = std::chrono::steady_clock;
+	const auto started = Clock::now();
+	ASSERT_TRUE(canvas->set_active_scene("B"));
+	EXPECT_STREQ(obs_source_get_name(OBSSourceAutoRelease(canvas->shown())), "B") << "the scene it goes to";
+	Clock::duration first_between{}, last_between{};
+	uint32_t last = 0;
+	while (Clock::now() - started < std::chrono::milliseconds(2500)) {
+		// A tenth of the size, read back quickly enough to follow the fade.
+		last = cvtest::render(
+			       [&] {
+				       gs_matrix_scale3f(0.1f, 0.1f, 1.0f);
+				       canvas->render();
+			       },
+			       72, 128)
+			       .rgb(36, 64);
+		const bool between = channel(last, 16) > 25 && channel(last, 16) < 230 && channel(last, 8) > 25 &&
+				     channel(last, 8) < 230;
+		if (between && first_between == Clock::duration{})
+			first_between = Clock::now() - started;
+		if (between)
+			last_between = Clock::now() - started;
+		std::this_thread::sleep_for(std::chrono::milliseconds(10));
+	}
+	// Loose bounds: the host's frames come late on a busy machine.
+	EXPECT_EQ(last, kGreen);
+	EXPECT_LT(first_between, std::chrono::milliseconds(700));
+	EXPECT_GT(last_between - first_between, std::chrono::milliseconds(600));
+	EXPECT_LT(last_between, std::chrono::milliseconds(2200));
+
+	ASSERT_TRUE(canvas->set_transition({cv::kCutTransition, 300}));
+	ASSERT_TRUE(canvas->set_active_scene("Scene 1"));
+	EXPECT_EQ(cvtest::render([&] { canvas->render(); }, 720, 1280).rgb(360, 640), kRed);
 }

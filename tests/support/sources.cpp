@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace cvtest {
 
@@ -18,23 +19,36 @@ OBSSourceAutoRelease make_colour(const std::string &name, uint32_t rgb, uint32_t
 	return obs_source_create("color_source_v3", name.c_str(), settings, nullptr);
 }
 
-OBSSceneAutoRelease make_band_scene(const std::string &name, const std::vector<uint32_t> &colours)
+OBSSceneAutoRelease make_grid_scene(const std::string &name, const std::vector<std::vector<uint32_t>> &rows)
 {
 	obs_video_info ovi = {};
 	obs_get_video_info(&ovi);
-	const uint32_t count = uint32_t(colours.size());
-	const uint32_t band_width = count ? ovi.base_width / count : 0;
 	OBSSceneAutoRelease scene = obs_scene_create(name.c_str());
-	for (uint32_t i = 0; i < count; i++) {
-		const uint32_t width = i + 1 < count ? band_width : ovi.base_width - i * band_width;
-		OBSSourceAutoRelease band =
-			make_colour(name + " band " + std::to_string(i), colours[i], width, ovi.base_height);
-		obs_sceneitem_t *item = obs_scene_add(scene, band);
-		vec2 pos;
-		vec2_set(&pos, float(i * band_width), 0.0f);
-		obs_sceneitem_set_pos(item, &pos);
+	// Equal parts, the last one taking what the division leaves.
+	auto part = [](uint32_t whole, size_t count, size_t i) {
+		const uint32_t size = whole / uint32_t(count);
+		return std::pair<uint32_t, uint32_t>(uint32_t(i) * size,
+						     i + 1 < count ? size : whole - uint32_t(i) * size);
+	};
+	for (size_t r = 0; r < rows.size(); r++) {
+		const auto [y, height] = part(ovi.base_height, rows.size(), r);
+		for (size_t c = 0; c < rows[r].size(); c++) {
+			const auto [x, width] = part(ovi.base_width, rows[r].size(), c);
+			OBSSourceAutoRelease cell =
+				make_colour(name + " cell " + std::to_string(r) + "," + std::to_string(c), rows[r][c],
+					    width, height);
+			obs_sceneitem_t *item = obs_scene_add(scene, cell);
+			vec2 pos;
+			vec2_set(&pos, float(x), float(y));
+			obs_sceneitem_set_pos(item, &pos);
+		}
 	}
 	return scene;
+}
+
+OBSSceneAutoRelease make_band_scene(const std::string &name, const std::vector<uint32_t> &colours)
+{
+	return make_grid_scene(name, {colours});
 }
 
 uint32_t Image::rgb(uint32_t x, uint32_t y) const

@@ -17,6 +17,8 @@ OBSSourceAutoRelease make_colour(const std::string &name, uint32_t rgb, uint32_t
 // A public host scene of the host canvas's size, made of equally wide vertical bands of
 // the given colours, left to right.
 OBSSceneAutoRelease make_band_scene(const std::string &name, const std::vector<uint32_t> &colours);
+// The same with rows of cells, top to bottom.
+OBSSceneAutoRelease make_grid_scene(const std::string &name, const std::vector<std::vector<uint32_t>> &rows);
 
 struct Image {
 	uint32_t width = 0;
