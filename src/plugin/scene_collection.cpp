@@ -11,6 +11,18 @@ namespace {
 // No real list comes near it; a hand-edited one of millions is not walked.
 constexpr size_t kMaxScenes = 10000;
 
+// A number that is there, else the default.
+double number(obs_data_t *data, const char *name, double fallback)
+{
+	obs_data_item_t *item = obs_data_item_byname(data, name);
+	const double value = item && obs_data_item_gettype(item) == OBS_DATA_NUMBER &&
+					     obs_data_item_has_user_value(item)
+				     ? obs_data_item_get_double(item)
+				     : fallback;
+	obs_data_item_release(&item);
+	return value;
+}
+
 void write_region(obs_data_t *data, const char *name, const Region &region)
 {
 	OBSDataAutoRelease object = obs_data_create();
@@ -26,14 +38,8 @@ Region read_region(obs_data_t *data, const char *name)
 	OBSDataAutoRelease object = obs_data_get_obj(data, name);
 	if (!object)
 		return {};
-	return {obs_data_get_double(object, "x"), obs_data_get_double(object, "y"),
-		obs_data_get_double(object, "width"), obs_data_get_double(object, "height")};
-}
-
-// A number that is there, else the default.
-double number(obs_data_t *data, const char *name, double fallback)
-{
-	return obs_data_has_user_value(data, name) ? obs_data_get_double(data, name) : fallback;
+	return {number(object, "x", -1), number(object, "y", -1), number(object, "width", -1),
+		number(object, "height", -1)};
 }
 
 SceneLayout read_layout(obs_data_t *data)

@@ -179,3 +179,66 @@ TEST_F(PluginTest, SceneListIsSavedAndRestored)
 			<< "four billion positions were walked";
 	}
 }
+
+// Layouts, the transition and following are kept with the vertical scenes in the
+// collection; what cannot be used is refused, or from a hand-edited collection replaced
+// by its default. Following, the canvas goes to the first vertical scene showing the
+// host's program scene, and stays where no vertical scene shows it.
+TEST_F(PluginTest, LayoutsTransitionAndFollowingLiveInTheCollection)
+{
+	OBSSceneAutoRelease game = obs_scene_create("Game"), chat = obs_scene_create("Chat");
+	OBSSceneAutoRelease other = obs_scene_create("Other");
+	cv::VerticalCanvas &canvas = restored_from("");
+	for (const auto &[name, host] : {std::pair{"Game V", "Game"}, {"Chat V", "Chat"}, {"Chat V2", "Chat"}}) {
+		ASSERT_FALSE(plugin->create_scene(name));
+		ASSERT_FALSE(plugin->assign_host_scene(name, host));
+	}
+	cv::SceneLayout stack;
+	stack.kind = cv::LayoutKind::Stack;
+	stack.top = {0, 0, 640, 360};
+	stack.split = 0.4;
+	ASSERT_FALSE(plugin->set_scene_layout("Game V", stack));
+	cv::SceneLayout too_close;
+	too_close.zoom = 5;
+	EXPECT_EQ(plugin->set_scene_layout("Game V", too_close).code, cv::ErrorCode::OutOfRange);
+	EXPECT_EQ(plugin->set_scene_layout("Nope", stack).code, cv::ErrorCode::NoSuchScene);
+	EXPECT_EQ(plugin->set_transition({"no_such_transition", 300}).code, cv::ErrorCode::NoSuchTransition);
+	EXPECT_EQ(plugin->set_transition({"fade_transition", 20001}).code, cv::ErrorCode::OutOfRange);
+	ASSERT_FALSE(plugin->set_transition({"swipe_transition", 700}));
+
+	ASSERT_FALSE(plugin->set_follow_main_scene(true));
+	for (const auto &[host, expected] :
+	     {std::pair{chat.Get(), "Chat V"}, {other.Get(), "Chat V"}, {game.Get(), "Game V"}}) {
+		cvtest::frontend::switch_scene(obs_scene_get_source(host));
+		EXPECT_EQ(canvas.active_scene_name(), expected) << obs_source_get_name(obs_scene_get_source(host));
+	}
+	ASSERT_FALSE(plugin->set_follow_main_scene(false));
+	cvtest::frontend::switch_scene(obs_scene_get_source(chat));
+	EXPECT_EQ(canvas.active_scene_name(), "Game V") << "no longer following";
+	ASSERT_FALSE(plugin->set_follow_main_scene(true));
+	EXPECT_EQ(canvas.active_scene_name(), "Chat V") << "switched on, it follows at once";
+
+	OBSDataAutoRelease saved = cvtest::frontend::saved_collection();
+	plugin->unload();
+	load();
+	cvtest::frontend::load_collection(saved);
+	cv::VerticalCanvas &again = *plugin->canvas();
+	EXPECT_EQ(again.scene_layout("Game V"), stack);
+	EXPECT_EQ(again.scene_layout("Chat V"), cv::SceneLayout());
+	EXPECT_EQ(again.transition(), (cv::TransitionSettings{"swipe_transition", 700}));
+	EXPECT_TRUE(again.follow_main());
+
+	OBSDataAutoRelease edited = obs_data_create_from_json(R"({"corvane-vertical-canvas": {
+		"scenes": [{"name": "X", "hostScene": "Game", "layout": {"layout": "sideways", "zoom": 9,
+			"focusX": "left", "background": "red", "split": 0.3, "top": {"x": -5, "y": 0, "width": 9,
+			"height": 9}, "bottom": {"x": 1, "y": 2, "width": 3, "height": 4}}}],
+		"transition": {"transitionKind": "no_such_transition", "transitionDuration": 5},
+		"followMainScene": "yes"}})");
+	cvtest::frontend::load_collection(edited);
+	cv::SceneLayout expected;
+	expected.split = 0.3;
+	expected.bottom = {1, 2, 3, 4};
+	EXPECT_EQ(again.scene_layout("X"), expected);
+	EXPECT_EQ(again.transition(), (cv::TransitionSettings{"swipe_transition", 700})) << "kept";
+	EXPECT_FALSE(again.follow_main());
+}
