@@ -202,6 +202,62 @@ TEST_F(VerticalOutputTest, TheStreamShowsTheCanvasAndNewSettingsWaitForTheNextSt
 	EXPECT_EQ(encoder_count(), 0u);
 }
 
+// Each layout, as the server receives it: the focus at the scene's left edge, the whole
+// scene on its blurred copy, two bands stacked; changed while live.
+TEST_F(VerticalOutputTest, EveryLayoutReachesTheServer)
+{
+	std::string error;
+	cvtest::RtmpServer nginx;
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	cv::VerticalOutput &output = make_output({{"Main", nginx.app_url(), "layouts", true, {}}});
+	cv::SceneLayout left, fit, stack;
+	left.focus_x = 0;
+	fit.kind = cv::LayoutKind::Fit;
+	stack.kind = cv::LayoutKind::Stack;
+	stack.top = {1440, 0, 480, 1080};
+	stack.bottom = {0, 0, 480, 1080};
+	ASSERT_TRUE(canvas_->set_scene_layout("Scene 1", left));
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
+	for (const cv::SceneLayout &layout : {left, fit, stack}) {
+		canvas_->set_scene_layout("Scene 1", layout);
+		sleep_ms(2500);
+	}
+	output.stop();
+	ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
+	const std::vector<std::string> files = nginx.recordings("layouts");
+	ASSERT_EQ(files.size(), 1u);
+	EXPECT_EQ(cvtest::check_stream(files[0]).error, "");
+	const struct {
+		double at;
+		std::vector<std::pair<double, double>> points;
+		std::vector<uint32_t> colours;
+	} frames[] = {
+		{1.2, {{0.05, 0.1}, {0.05, 0.9}}, {0xFF0000, 0xFF0000}},
+		{3.7, {{0.1, 0.5}}, {0xFF0000}},
+		{6.2, {{0.5, 0.1}, {0.5, 0.45}, {0.5, 0.55}, {0.5, 0.9}}, {0xFFFFFF, 0xFFFFFF, 0xFF0000, 0xFF0000}},
+	};
+	for (const auto &frame : frames) {
+		const std::vector<uint8_t> rgb = cvtest::decode_frame_rgb(files[0], frame.at);
+		ASSERT_EQ(rgb.size(), 360u * 640 * 3) << frame.at;
+		auto pixel = [&](double fx, double fy) {
+			const size_t at = (size_t(fy * 639) * 360 + size_t(fx * 359)) * 3;
+			return (uint32_t(rgb[at]) << 16) | (uint32_t(rgb[at + 1]) << 8) | rgb[at + 2];
+		};
+		for (size_t i = 0; i < frame.points.size(); i++) {
+			const auto [fx, fy] = frame.points[i];
+			EXPECT_TRUE(cvtest::close_to(pixel(fx, fy), frame.colours[i]))
+				<< frame.at << " s at " << fx << "," << fy << ": " << std::hex << pixel(fx, fy);
+		}
+		if (frame.at > 3 && frame.at < 4) {
+			// Above the fitted scene: its blurred, darkened green.
+			const uint32_t blurred = pixel(0.1, 0.1);
+			const int r = int(blurred >> 16), g = int(blurred >> 8 & 0xFF), b = int(blurred & 0xFF);
+			EXPECT_TRUE(g > r + 40 && g > b + 40 && g < 215) << std::hex << blurred;
+		}
+	}
+}
+
 // Two destinations on nginx publish from one encode while one points where nothing
 // listens, one at a server that never answers and one is switched off: the first two
 // stream whole, each failure is told by its destination's name, and each says how it is.
@@ -351,10 +407,17 @@ void register_broken_encoder()
 	info.id = "cv_test_broken_h264";
 	info.type = OBS_ENCODER_VIDEO;
 	info.codec = "h264";
-	info.get_name = [](void *) { return "Broken H.264"; };
-	info.create = [](obs_data_t *, obs_encoder_t *) -> void * { return nullptr; };
-	info.destroy = [](void *) {};
-	info.encode = [](void *, encoder_frame *, encoder_packet *, bool *) { return false; };
+	info.get_name = [](void *) {
+		return "Broken H.264";
+	};
+	info.create = [](obs_data_t *, obs_encoder_t *) -> void * {
+		return nullptr;
+	};
+	info.destroy = [](void *) {
+	};
+	info.encode = [](void *, encoder_frame *, encoder_packet *, bool *) {
+		return false;
+	};
 	obs_register_encoder(&info);
 }
 
@@ -375,7 +438,8 @@ TEST_F(HostChoicesTest, EncodersAndServicesAreTheHosts)
 	for (const cv::HostChoice &encoder : encoders)
 		EXPECT_STREQ(obs_get_encoder_codec(encoder.value.c_str()), "h264") << encoder.value;
 	const std::vector<cv::HostChoice> presets = cv::encoder_presets("obs_x264");
-	EXPECT_TRUE(std::any_of(presets.begin(), presets.end(), [](const cv::HostChoice &p) { return p.value == "veryfast"; }));
+	EXPECT_TRUE(std::any_of(presets.begin(), presets.end(),
+				[](const cv::HostChoice &p) { return p.value == "veryfast"; }));
 
 	cvtest::RtmpServer nginx;
 	std::string error;
