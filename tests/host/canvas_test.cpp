@@ -1,6 +1,7 @@
 // The vertical canvas against real libobs: its view, its scene list, what its scenes show.
 
 #include "host.h"
+#include "process.h"
 #include "sources.h"
 
 #include "canvas/vertical_canvas.h"
@@ -12,6 +13,7 @@
 #include <initializer_list>
 #include <tuple>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -402,4 +404,61 @@ TEST_F(CanvasTest, ScenesChangeThroughTheTransition)
 	ASSERT_TRUE(canvas->set_transition({cv::kCutTransition, 300}));
 	ASSERT_TRUE(canvas->set_active_scene("Scene 1"));
 	EXPECT_EQ(cvtest::render([&] { canvas->render(); }, 720, 1280).rgb(360, 640), kRed);
+}
+
+// Not a check: the pictures of the layouts in the guide, made when CV_LAYOUT_PICTURES
+// names a folder. A game scene with a webcam corner and a bar of text, beside what each
+// layout makes of it.
+TEST_F(LayoutTest, PicturesForTheGuide)
+{
+	const char *folder = std::getenv("CV_LAYOUT_PICTURES");
+	if (!folder)
+		GTEST_SKIP() << "CV_LAYOUT_PICTURES is not set";
+	OBSSceneAutoRelease game = cvtest::make_grid_scene("Game", {{0x1B2A4A}, {0x1B2A4A}, {0x2E7D32}});
+	const struct {
+		const char *name;
+		uint32_t rgb, x, y, width, height;
+	} parts[] = {{"Sun", 0xFFD54F, 200, 80, 160, 160},
+		     {"Player", 0xE53935, 860, 420, 200, 300},
+		     {"Webcam", 0xFFFFFF, 1380, 60, 480, 270},
+		     {"Face", 0xFF8A65, 1390, 70, 460, 250},
+		     {"Score", 0xFAFAFA, 60, 980, 600, 60}};
+	for (const auto &part : parts) {
+		OBSSourceAutoRelease source = cvtest::make_colour(part.name, part.rgb, part.width, part.height);
+		vec2 pos;
+		vec2_set(&pos, float(part.x), float(part.y));
+		obs_sceneitem_set_pos(obs_scene_add(game, source), &pos);
+	}
+	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Game"));
+	auto save = [&](const cvtest::Image &image, const std::string &name) {
+		const std::string raw = temp_dir() + "/" + name + ".rgba";
+		cvtest::write_file(raw, std::string(image.rgba.begin(), image.rgba.end()));
+		std::string output;
+		const std::string size = std::to_string(image.width) + "x" + std::to_string(image.height);
+		EXPECT_EQ(cvtest::run_program({"ffmpeg", "-v", "error", "-y", "-f", "rawvideo", "-pix_fmt", "rgba",
+					       "-s", size, "-i", raw, std::string(folder) + "/" + name + ".png"},
+					      30000, &output),
+			  0)
+			<< output;
+	};
+	save(cvtest::render(
+		     [&] {
+			     gs_matrix_scale3f(0.5f, 0.5f, 1.0f);
+			     obs_source_video_render(obs_scene_get_source(game));
+		     },
+		     960, 540),
+	     "layout-obs-scene");
+	cv::SceneLayout cover, fit, stack;
+	cover.focus_x = 0.5;
+	cover.focus_y = 0.6;
+	cover.zoom = 1.2;
+	fit.kind = cv::LayoutKind::Fit;
+	stack.kind = cv::LayoutKind::Stack;
+	stack.top = {1380, 60, 480, 270};
+	stack.bottom = {560, 300, 800, 700};
+	stack.split = 0.4;
+	for (const auto &[layout, name] :
+	     {std::pair{cover, "layout-cover"}, {fit, "layout-fit"}, {stack, "layout-stack"}})
+		save(frame_with(layout), name);
+	canvas.reset();
 }
