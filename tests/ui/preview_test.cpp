@@ -64,3 +64,27 @@ TEST_F(PreviewTest, ShowsTheCanvasViewWhileShown)
 	canvas.reset();
 	EXPECT_TRUE(shows(preview.winId(), 90, 160, 0x080808));
 }
+
+// The safe-area guide tints the phone apps' zones over the picture, the rest is as
+// streamed; the preview's native window makes no native window of the widgets it sits in.
+TEST_F(PreviewTest, DrawsTheSafeAreaWithoutNativeAncestors)
+{
+	OBSSceneAutoRelease scene = cvtest::make_band_scene("Show", {0x00FF00});
+	cv::VerticalCanvas canvas(cv::CanvasConfig{360, 640, 30, 1, true});
+	ASSERT_TRUE(canvas.init());
+	ASSERT_TRUE(canvas.assign_scene_source("Scene 1", "Show"));
+	QWidget window;
+	auto *box = new QWidget(&window);
+	auto *preview = new cv::VerticalPreviewWidget(&canvas, box);
+	preview->resize(180, 320);
+	window.resize(180, 320);
+	window.show();
+	preview->setSafeAreaShown(true);
+	EXPECT_TRUE(shows(preview->winId(), 90, 160, 0x00FF00));
+	EXPECT_TRUE(shows(preview->winId(), 90, 10, 0x46C314)); // 31 % of 0xE04040 over green
+	EXPECT_NE(preview->internalWinId(), 0u);
+	EXPECT_EQ(box->internalWinId(), 0u);
+	EXPECT_FALSE(box->testAttribute(Qt::WA_NativeWindow));
+	preview->setSafeAreaShown(false);
+	EXPECT_TRUE(shows(preview->winId(), 90, 10, 0x00FF00));
+}
