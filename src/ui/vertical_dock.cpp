@@ -2,6 +2,7 @@
 
 #include "notices.h"
 #include "scene_config_dialog.h"
+#include "scene_layout_dialog.h"
 #include "texts.h"
 #include "vertical_preview.h"
 
@@ -13,7 +14,11 @@
 
 #include "base/log.h"
 
+#include <obs.h>
+
+#include <QCheckBox>
 #include <QColor>
+#include <QComboBox>
 #include <QFileInfo>
 #include <QFont>
 #include <QFontMetrics>
@@ -25,6 +30,8 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSignalBlocker>
+#include <QSpinBox>
 #include <QStringList>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -175,6 +182,9 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	previewRow->setContentsMargins(0, 0, 0, 0);
 	previewRow->setSpacing(0);
 	preview = new VerticalPreviewWidget(canvas, previewBox);
+	preview->setCommands(commands);
+	preview->setToolTip(text("Dock.Preview.ToolTip"));
+	connect(preview, &VerticalPreviewWidget::layoutEdited, this, &VerticalDock::refreshLayoutDialogs);
 	previewRow->addStretch();
 	previewRow->addWidget(preview);
 	previewRow->addStretch();
@@ -203,11 +213,46 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	sceneButtons->addWidget(removeButton, 0, 1);
 	sceneButtons->addWidget(renameButton, 1, 0);
 	sceneButtons->addWidget(assignButton, 1, 1);
+	layoutButton = make_button(this, text("Dock.Layout"), text("Dock.Layout.ToolTip"));
+	safeAreaCheck = new QCheckBox(text("Dock.SafeArea"), this);
+	safeAreaCheck->setToolTip(text("Dock.SafeArea.ToolTip"));
+	sceneButtons->addWidget(layoutButton, 2, 0);
+	sceneButtons->addWidget(safeAreaCheck, 2, 1);
 	connect(addButton, &QPushButton::clicked, this, &VerticalDock::onAddScene);
 	connect(removeButton, &QPushButton::clicked, this, &VerticalDock::onRemoveScene);
 	connect(renameButton, &QPushButton::clicked, this, &VerticalDock::onRenameScene);
 	connect(assignButton, &QPushButton::clicked, this, &VerticalDock::onConfigureScene);
+	connect(layoutButton, &QPushButton::clicked, this, &VerticalDock::onEditLayout);
+	connect(safeAreaCheck, &QCheckBox::toggled, preview, &VerticalPreviewWidget::setSafeAreaShown);
 	main->addLayout(sceneButtons);
+
+	// The transition between vertical scenes, and following the host's scene.
+	auto *transitionRow = new QHBoxLayout;
+	transitionRow->setSpacing(4);
+	auto *transitionLabel = new QLabel(text("Dock.Transition"), this);
+	transitionLabel->setStyleSheet(kQuietStyle);
+	transitionCombo = new QComboBox(this);
+	transitionCombo->setToolTip(text("Dock.Transition.ToolTip"));
+	transitionCombo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+	transitionCombo->setMinimumContentsLength(8);
+	durationSpin = new QSpinBox(this);
+	durationSpin->setRange(int(kMinTransitionMs), int(kMaxTransitionMs));
+	durationSpin->setSingleStep(50);
+	durationSpin->setSuffix(" ms");
+	durationSpin->setKeyboardTracking(false);
+	durationSpin->setToolTip(text("Dock.Transition.ToolTip"));
+	transitionRow->addWidget(transitionLabel);
+	transitionRow->addWidget(transitionCombo, 1);
+	transitionRow->addWidget(durationSpin);
+	main->addLayout(transitionRow);
+	followCheck = new QCheckBox(text("Dock.Follow"), this);
+	followCheck->setToolTip(text("Dock.Follow.ToolTip"));
+	main->addWidget(followCheck);
+	connect(transitionCombo, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+		&VerticalDock::onTransitionEdited);
+	connect(durationSpin, QOverload<int>::of(&QSpinBox::valueChanged), this, &VerticalDock::onTransitionEdited);
+	connect(followCheck, &QCheckBox::toggled, this, &VerticalDock::onFollowToggled);
+
 	errorLabel = new QLabel(this);
 	errorLabel->setWordWrap(true);
 	errorLabel->setStyleSheet(kFailedStyle);
@@ -257,6 +302,11 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	removeButton->setObjectName("removeButton");
 	renameButton->setObjectName("renameButton");
 	assignButton->setObjectName("assignButton");
+	layoutButton->setObjectName("layoutButton");
+	safeAreaCheck->setObjectName("safeAreaCheck");
+	transitionCombo->setObjectName("transitionCombo");
+	durationSpin->setObjectName("durationSpin");
+	followCheck->setObjectName("followCheck");
 	errorLabel->setObjectName("errorLabel");
 	startButton->setObjectName("startButton");
 	stopButton->setObjectName("stopButton");
@@ -289,6 +339,7 @@ void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutp
 void VerticalDock::setCommands(Commands *newCommands)
 {
 	commands = newCommands;
+	preview->setCommands(newCommands);
 }
 
 void VerticalDock::refreshSceneList()
@@ -296,10 +347,12 @@ void VerticalDock::refreshSceneList()
 	sceneList->blockSignals(true);
 	sceneList->clear();
 	sceneList->blockSignals(false);
+	showTransition();
+	refreshLayoutDialogs();
 
 	if (!canvas) {
 		sceneLabel->setText(text("Dock.NoActiveScene"));
-		for (QPushButton *button : {addButton, removeButton, renameButton, assignButton}) {
+		for (QPushButton *button : {addButton, removeButton, renameButton, assignButton, layoutButton}) {
 			if (button)
 				button->setEnabled(false);
 		}
@@ -328,7 +381,7 @@ void VerticalDock::refreshSceneList()
 	}
 	sceneList->blockSignals(false);
 
-	for (QPushButton *button : {removeButton, renameButton, assignButton}) {
+	for (QPushButton *button : {removeButton, renameButton, assignButton, layoutButton}) {
 		if (button)
 			button->setEnabled(!names.empty());
 	}
@@ -413,6 +466,81 @@ void VerticalDock::onConfigureScene()
 		run([&](Commands &c) { return c.assign_host_scene(utf8(name), source); });
 	});
 	dialog->show();
+}
+
+void VerticalDock::onEditLayout()
+{
+	const QString name = currentSceneName();
+	if (!canvas || name.isEmpty())
+		return;
+	for (SceneLayoutDialog *open : findChildren<SceneLayoutDialog *>(QString(), Qt::FindDirectChildrenOnly)) {
+		if (open->sceneName() == name && open->isVisible()) {
+			open->raise();
+			open->activateWindow();
+			return;
+		}
+	}
+	auto *dialog = new SceneLayoutDialog(
+		name, [this] { return canvas; },
+		[this](const std::string &scene, const SceneLayout &layout) {
+			return commands ? commands->set_scene_layout(scene, layout) : Error(ErrorCode::NotLoaded);
+		},
+		this);
+	dialog->setObjectName("sceneLayoutDialog");
+	dialog->setWindowModality(Qt::NonModal);
+	dialog->setAttribute(Qt::WA_DeleteOnClose);
+	dialog->show();
+}
+
+void VerticalDock::refreshLayoutDialogs()
+{
+	for (SceneLayoutDialog *open : findChildren<SceneLayoutDialog *>(QString(), Qt::FindDirectChildrenOnly))
+		open->refresh();
+}
+
+// The canvas's transition and following, shown without sending them back.
+void VerticalDock::showTransition()
+{
+	transitionCombo->setEnabled(canvas != nullptr);
+	durationSpin->setEnabled(canvas != nullptr);
+	followCheck->setEnabled(canvas != nullptr);
+	if (!canvas)
+		return;
+	const QSignalBlocker quietCombo(transitionCombo);
+	const QSignalBlocker quietSpin(durationSpin);
+	const QSignalBlocker quietCheck(followCheck);
+	// The host registers its transition types before any dock is made.
+	if (transitionCombo->count() == 0) {
+		const char *id = nullptr;
+		for (size_t i = 0; obs_enum_transition_types(i, &id); i++) {
+			if (!(obs_get_source_output_flags(id) & OBS_SOURCE_DEPRECATED))
+				transitionCombo->addItem(QString::fromUtf8(obs_source_get_display_name(id)),
+							 QString::fromUtf8(id));
+		}
+	}
+	const TransitionSettings &transition = canvas->transition();
+	const QString kind = from_utf8(transition.kind);
+	if (transitionCombo->findData(kind) < 0)
+		transitionCombo->addItem(kind, kind);
+	transitionCombo->setCurrentIndex(transitionCombo->findData(kind));
+	durationSpin->setValue(int(transition.duration_ms));
+	followCheck->setChecked(canvas->follow_main());
+}
+
+void VerticalDock::onTransitionEdited()
+{
+	if (!canvas)
+		return;
+	const TransitionSettings transition{utf8(transitionCombo->currentData().toString()),
+					    uint32_t(durationSpin->value())};
+	if (transition == canvas->transition())
+		return;
+	run([&](Commands &c) { return c.set_transition(transition); });
+}
+
+void VerticalDock::onFollowToggled(bool follow)
+{
+	run([follow](Commands &c) { return c.set_follow_main_scene(follow); });
 }
 
 void VerticalDock::onStartClicked()

@@ -6,10 +6,13 @@
 #include <functional>
 #include <vector>
 
+class QCheckBox;
+class QComboBox;
 class QLabel;
 class QListWidget;
 class QListWidgetItem;
 class QPushButton;
+class QSpinBox;
 class QTimer;
 
 namespace cv {
@@ -48,6 +51,10 @@ public slots:
 	void onRemoveScene();
 	void onRenameScene();
 	void onConfigureScene();
+	// Opens the selected scene's layout dialog, or raises it when it is open.
+	void onEditLayout();
+	void onTransitionEdited();
+	void onFollowToggled(bool follow);
 	void onStartClicked();
 	void onStopClicked();
 	void onRecordClicked();
@@ -63,6 +70,9 @@ private:
 	void showDestinations(const std::vector<DestinationStatus> &statuses);
 	void showRecording();
 	void destinationMenu(const QPoint &at);
+	void showTransition();
+	// The open layout dialogs read the canvas again.
+	void refreshLayoutDialogs();
 
 	Commands *commands = nullptr;
 	VerticalCanvas *canvas = nullptr;
@@ -75,6 +85,11 @@ private:
 	QPushButton *removeButton = nullptr;
 	QPushButton *renameButton = nullptr;
 	QPushButton *assignButton = nullptr;
+	QPushButton *layoutButton = nullptr;
+	QComboBox *transitionCombo = nullptr;
+	QSpinBox *durationSpin = nullptr;
+	QCheckBox *followCheck = nullptr;
+	QCheckBox *safeAreaCheck = nullptr;
 	QLabel *errorLabel = nullptr;
 	QPushButton *startButton = nullptr;
 	QPushButton *stopButton = nullptr;

@@ -8,8 +8,15 @@
 
 #include "canvas/vertical_canvas.h"
 #include "output/vertical_output.h"
+#include "ui/scene_layout_dialog.h"
+#include "ui/vertical_preview.h"
 
 #include <QApplication>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QPointer>
+#include <QRadioButton>
+#include <QSpinBox>
 #include <QLabel>
 #include <QListWidget>
 #include <QMessageBox>
@@ -34,6 +41,16 @@ protected:
 		EXPECT_EQ(QApplication::activeModalWidget(), nullptr) << button;
 		EXPECT_TRUE(cvtest::answer_dialog(plugin_->dock(), dialog, answer)) << button;
 	}
+	// A drag with the left button from `from` to `to` on a widget, with one move between.
+	static void drag(QWidget *widget, QPoint from, QPoint to)
+	{
+		QTest::mousePress(widget, Qt::LeftButton, Qt::NoModifier, from);
+		QMouseEvent move(QEvent::MouseMove, to, widget->mapToGlobal(to), Qt::NoButton, Qt::LeftButton,
+				 Qt::NoModifier);
+		QApplication::sendEvent(widget, &move);
+		QTest::mouseRelease(widget, Qt::LeftButton, Qt::NoModifier, to);
+	}
+	cv::SceneLayout layout() { return *canvas().scene_layout("Scene 1"); }
 	// The vertical scenes as the host's scene collection now holds them.
 	std::string saved() const
 	{
@@ -116,6 +133,10 @@ TEST_F(DockTest, AProfileSwitchDuringADialogLeavesTheDockSafe)
 		{"renameButton", "renameSceneDialog", cvtest::type_and_accept("Renamed")},
 		{"removeButton", "removeSceneDialog", cvtest::press_button(QMessageBox::Yes)},
 		{"assignButton", "sceneConfigDialog", cvtest::choose_row("sourceList", 1)},
+		{"layoutButton", "sceneLayoutDialog",
+		 [](QWidget *dialog) {
+			 dialog->findChild<QComboBox *>("layoutKind")->setCurrentIndex(1);
+		 }},
 	};
 	for (const auto &d : dialogs) {
 		SCOPED_TRACE(d.button);
@@ -181,4 +202,61 @@ TEST_F(DockTest, ShowsTheFiguresOfAStreamingDestination)
 		EXPECT_TRUE(line.contains(figure)) << line.toStdString() << " lacks " << figure.toStdString();
 	EXPECT_TRUE(line.contains(QRegularExpression("0:00:[0-5][0-9] live"))) << line.toStdString();
 	dock_child("stopButton")->click();
+}
+
+// The preview moves and zooms a covering scene; the dock sets the transition and the
+// following; the layout dialog, beside the host's window, switches the layout and draws
+// and moves a region on the host scene, and closes once its scene is gone.
+TEST_F(DockTest, EditsLayoutsTransitionsAndFollowing)
+{
+	OBSSceneAutoRelease main = cvtest::make_band_scene("Main", {0xFF0000, 0x00FF00}); // 1920 x 1080
+	load("canvaswidth=360\ncanvasheight=640\n");
+	ASSERT_FALSE(plugin_->assign_host_scene("Scene 1", "Main"));
+
+	// 180 x 320 shows the canvas at half size: 40 pixels right are 80 on the canvas, where
+	// the scene is 1920 * 640 / 1080 wide.
+	auto *preview = plugin_->dock()->findChild<cv::VerticalPreviewWidget *>();
+	preview->setFixedSize(180, 320);
+	cvtest::process_events_for(50);
+	drag(preview, {90, 160}, {130, 160});
+	const double focus = layout().focus_x;
+	EXPECT_NEAR(focus, 0.5 - 80.0 / (1920.0 * 640 / 1080), 1e-6);
+	for (const auto &[notches, zoom] : {std::pair{1, 1.1}, {40, cv::kMaxZoom}}) {
+		QWheelEvent wheel({90, 160}, preview->mapToGlobal(QPoint(90, 160)), {}, {0, 120 * notches},
+				  Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+		QApplication::sendEvent(preview, &wheel);
+		EXPECT_NEAR(layout().zoom, zoom, 1e-9);
+	}
+
+	auto *transitions = dock_child<QComboBox>("transitionCombo");
+	EXPECT_EQ(transitions->currentData().toString(), "fade_transition");
+	transitions->setCurrentIndex(transitions->findData("cut_transition"));
+	dock_child<QSpinBox>("durationSpin")->setValue(1200);
+	EXPECT_EQ(canvas().transition(), (cv::TransitionSettings{"cut_transition", 1200}));
+	dock_child<QCheckBox>("followCheck")->click();
+	EXPECT_TRUE(canvas().follow_main());
+
+	list()->setCurrentRow(0);
+	click("layoutButton", "sceneLayoutDialog", [](QWidget *) {});
+	QPointer<QWidget> dialog = plugin_->dock()->findChild<cv::SceneLayoutDialog *>();
+	ASSERT_TRUE(dialog);
+	dialog->findChild<QComboBox *>("layoutKind")->setCurrentIndex(int(cv::LayoutKind::Stack));
+	EXPECT_EQ(layout().kind, cv::LayoutKind::Stack);
+	drag(preview, {90, 160}, {10, 160});
+	EXPECT_EQ(layout().focus_x, focus) << "only a cover moves";
+
+	// The picture shows the scene at a sixth of its size.
+	dialog->findChild<QRadioButton *>("bottomRegion")->click();
+	auto *picture = dialog->findChild<cv::SceneRegionPicture *>("regionPicture");
+	picture->setFixedSize(320, 180);
+	cvtest::process_events_for(50);
+	drag(picture, {120, 160}, {40, 20});
+	EXPECT_EQ(layout().bottom, (cv::Region{240, 120, 480, 840}));
+	EXPECT_TRUE(layout().top.empty()) << "the top region keeps its default";
+	drag(picture, {80, 90}, {300, 60});
+	EXPECT_EQ(layout().bottom, (cv::Region{1440, 0, 480, 840})) << "moved as far as the scene's edges";
+
+	ASSERT_FALSE(plugin_->remove_scene("Scene 1"));
+	QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+	EXPECT_FALSE(dialog);
 }
