@@ -106,6 +106,18 @@ ROWS = [
     ("9b", "BM_PictureQuality", None, "new_ssim", "old_ssim",
      "  the same",
      "the former settings (tune zerolatency)", ssim),
+    ("10a", "BM_LayoutRender", None, "cover_net_cpu_ms", "host_net_cpu_ms",
+     "renderer CPU per frame, vertical canvas, cover layout (less the idle host)",
+     "the host's canvas, same scene and pixels", milliseconds_1),
+    ("10b", "BM_LayoutRender", None, "fit_net_cpu_ms", "cover_net_cpu_ms",
+     "  fit layout, blurred background",
+     "the cover layout (10a)", milliseconds_1),
+    ("10c", "BM_LayoutRender", None, "stack_net_cpu_ms", "cover_net_cpu_ms",
+     "  stack layout",
+     "the cover layout (10a)", milliseconds_1),
+    ("10d", "BM_LayoutRender", None, "fade_net_cpu_ms", "cover_net_cpu_ms",
+     "  during a fade between two cover scenes",
+     "the cover layout (10a)", milliseconds_1),
 ]
 
 # Rows whose ratios are close to 1 and need more digits.
@@ -265,6 +277,24 @@ def details(runs):
         if repeats is not None:
             out.append(f"row 9: the canvas's renderer repeated {repeats:.1f} % of its frames when it fell behind; "
                        "the repeats were left out")
+    name = find_run(runs, "BM_LayoutRender", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+        configs = ("baseline", "host", "cover", "fit", "stack", "fade")
+
+        def each(suffix, formatter, names=configs):
+            return ", ".join(f"{config} {formatter(median_of(entries, config + suffix))}" for config in names)
+
+        def percent(value):
+            return f"{value:.0f} %"
+
+        out.append(f"row 10: renderer CPU per frame as measured: {each('_cpu_ms', milliseconds_1)}")
+        out.append(f"row 10: the graphics loop's wall time per frame (libobs's average): "
+                   f"{each('_frame_ms', milliseconds_1)}; less the baseline: "
+                   f"{each('_net_frame_ms', milliseconds_1, configs[1:])}")
+        out.append(f"row 10: frames the renderer missed: {each('_lagged_pct', percent)}; frames the output's "
+                   f"video dropped for want of room: {each('_skipped_pct', percent, configs[1:])}; "
+                   f"load average {median_of(entries, 'load_avg'):.1f}")
     return out
 
 
