@@ -604,6 +604,8 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 			pieces.push_back(piece);
 		}
 	}
+	entry.placed_width = sw;
+	entry.placed_height = sh;
 	if (entry.backdrop && (layout.kind != LayoutKind::Fit || !source))
 		set_backdrop(entry.backdrop, nullptr, false, 0, width_, height_);
 
@@ -636,6 +638,20 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 	if (source)
 		log_debug("Source '%s' placed (%s): src=%ux%u", obs_source_get_name(source), layout_name(layout.kind),
 			  sw, sh);
+}
+
+bool VerticalCanvas::follow_host_sizes()
+{
+	bool any = false;
+	for (VerticalScene &entry : scenes_) {
+		OBSSourceAutoRelease source = entry.host ? obs_weak_source_get_source(entry.host) : nullptr;
+		if (!source || (obs_source_get_width(source) == entry.placed_width &&
+				obs_source_get_height(source) == entry.placed_height))
+			continue;
+		place_source(entry, source);
+		any = true;
+	}
+	return any;
 }
 
 // Every assigned host scene placed again, to cover a canvas of another size.

@@ -31,6 +31,9 @@ struct VerticalScene {
 	SceneLayout layout = {};
 	// The fit layout's background, made when first needed.
 	OBSSourceAutoRelease backdrop = {};
+	// The host scene's size when it was placed.
+	uint32_t placed_width = 0;
+	uint32_t placed_height = 0;
 };
 
 struct SourceSize {
@@ -130,6 +133,9 @@ public:
 	// name, or is cleared.
 	bool host_source_renamed(obs_weak_source_t *source, const std::string &new_name);
 	bool host_source_removed(obs_weak_source_t *source);
+	// Places again the host scenes whose size changed since they were placed (the host's
+	// canvas size is theirs); true when any was.
+	bool follow_host_sizes();
 	// After the host loaded another scene collection.
 	void rejoin_audio();
 

@@ -500,6 +500,9 @@ void Plugin::apply_pending()
 // and the settings are applied once it has stopped.
 void Plugin::check_host_video()
 {
+	// The host's scenes are as large as its canvas, which its video settings change.
+	if (canvas_ && canvas_->follow_host_sizes())
+		log_info("OBS's canvas changed size: the vertical scenes are framed anew");
 	if (host_video_pending_ || !output_ || output_->idle() || !host_video_unapplied())
 		return;
 	host_video_pending_ = true;

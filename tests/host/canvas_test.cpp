@@ -360,6 +360,22 @@ TEST_F(LayoutTest, StackPutsTwoRegionsAboveEachOther)
 	EXPECT_EQ(frame.rgb(360, 1277), kWhite);
 }
 
+// The host's scenes are as large as its canvas: after its video settings change that
+// size, the vertical scenes are framed anew from the scene's new size.
+TEST_F(LayoutTest, FramedAnewWhenTheHostsCanvasChangesSize)
+{
+	EXPECT_EQ(frame_with({}).rgb(718, 1), kGreen);
+	EXPECT_FALSE(canvas->follow_host_sizes());
+	obs_video_info host = {};
+	ASSERT_TRUE(obs_get_video_info(&host));
+	host.base_width = host.output_width = 1280;
+	host.base_height = host.output_height = 720;
+	ASSERT_EQ(obs_reset_video(&host), OBS_VIDEO_SUCCESS);
+	// Now the scene's top left 1280 x 720: red but for its right and bottom edges.
+	EXPECT_TRUE(canvas->follow_host_sizes());
+	EXPECT_EQ(frame_with({}).rgb(718, 1), kRed);
+}
+
 // A fade's frames lie between the two scenes for about its duration, then show the new
 // one; a cut shows it at once.
 TEST_F(CanvasTest, ScenesChangeThroughTheTransition)
