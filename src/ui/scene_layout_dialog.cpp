@@ -15,13 +15,13 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLayout>
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSignalBlocker>
 #include <QSpinBox>
-#include <QStackedWidget>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -219,11 +219,9 @@ SceneLayoutDialog::SceneLayoutDialog(const QString &sceneName, CanvasSource canv
 		kindCombo->addItem(text(key));
 	kindRow->addRow(text("Layout.Kind"), kindCombo);
 	rows->addLayout(kindRow);
-	pages = new QStackedWidget(content);
-	rows->addWidget(pages, 1);
 
 	// Cover: the focus in per cent of the host scene, and the zoom.
-	auto *cover = new QWidget(pages);
+	auto *cover = new QWidget(content);
 	auto *coverForm = new QFormLayout(cover);
 	focusXSpin = make_spin(cover, "focusX", 0.0, 100.0, 1.0, 1, " %");
 	focusYSpin = make_spin(cover, "focusY", 0.0, 100.0, 1.0, 1, " %");
@@ -235,10 +233,10 @@ SceneLayoutDialog::SceneLayoutDialog(const QString &sceneName, CanvasSource canv
 	coverHint->setWordWrap(true);
 	coverHint->setStyleSheet(kHintStyle);
 	coverForm->addRow(coverHint);
-	pages->addWidget(cover);
+	rows->addWidget(cover, 1);
 
 	// Fit: the background around the picture.
-	auto *fit = new QWidget(pages);
+	auto *fit = new QWidget(content);
 	auto *fitForm = new QFormLayout(fit);
 	blurRadio = new QRadioButton(text("Layout.Blur"), fit);
 	blurRadio->setObjectName("blurBackground");
@@ -252,10 +250,10 @@ SceneLayoutDialog::SceneLayoutDialog(const QString &sceneName, CanvasSource canv
 	colourRow->addStretch();
 	fitForm->addRow(text("Layout.Background"), blurRadio);
 	fitForm->addRow(QString(), colourRow);
-	pages->addWidget(fit);
+	rows->addWidget(fit, 1);
 
 	// Stack: the split, and the regions drawn on the host scene.
-	auto *stack = new QWidget(pages);
+	auto *stack = new QWidget(content);
 	auto *stackRows = new QVBoxLayout(stack);
 	auto *stackForm = new QFormLayout;
 	splitSpin = new QSpinBox(stack);
@@ -281,7 +279,8 @@ SceneLayoutDialog::SceneLayoutDialog(const QString &sceneName, CanvasSource canv
 	stackHint->setWordWrap(true);
 	stackHint->setStyleSheet(kHintStyle);
 	stackRows->addWidget(stackHint);
-	pages->addWidget(stack);
+	rows->addWidget(stack, 1);
+	pages = {cover, fit, stack};
 
 	errorLabel = new QLabel(this);
 	errorLabel->setObjectName("errorLabel");
@@ -363,7 +362,16 @@ void SceneLayoutDialog::showLayout(const SceneLayout &layout)
 		const QSignalBlocker quiet(kindCombo);
 		kindCombo->setCurrentIndex(int(layout.kind));
 	}
-	pages->setCurrentIndex(int(layout.kind));
+	const int page = int(layout.kind);
+	// Only the layout's own page shows, and the dialog is as large as it needs.
+	if (page != shownPage) {
+		for (int i = 0; i < int(pages.size()); i++)
+			pages[i]->setVisible(i == page);
+		shownPage = page;
+		content->layout()->activate();
+		QWidget::layout()->activate();
+		adjustSize();
+	}
 	show_value(focusXSpin, layout.focus_x * 100);
 	show_value(focusYSpin, layout.focus_y * 100);
 	show_value(zoomSpin, layout.zoom);

@@ -11,6 +11,7 @@
 #include <QPointF>
 #include <QString>
 
+#include <array>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -21,7 +22,6 @@ class QLabel;
 class QPushButton;
 class QRadioButton;
 class QSpinBox;
-class QStackedWidget;
 
 namespace cv {
 
@@ -96,7 +96,9 @@ private:
 	Apply apply;
 	QWidget *content = nullptr;
 	QComboBox *kindCombo = nullptr;
-	QStackedWidget *pages = nullptr;
+	// Cover, fit and stack, in the order of LayoutKind.
+	std::array<QWidget *, 3> pages = {};
+	int shownPage = -1;
 	QDoubleSpinBox *focusXSpin = nullptr;
 	QDoubleSpinBox *focusYSpin = nullptr;
 	QDoubleSpinBox *zoomSpin = nullptr;
