@@ -43,13 +43,15 @@ Focus dragged_focus(uint32_t canvas_width, uint32_t canvas_height, uint32_t sour
 		return focus;
 	const CoverPlacement shown = focused_cover(canvas_width, canvas_height, source_width, source_height,
 						   layout.focus_x, layout.focus_y, layout.zoom);
-	const double scaled_width = double(source_width) * shown.scale;
-	const double scaled_height = double(source_height) * shown.scale;
-	// The point at the canvas's centre now, moved against the drag.
-	focus.x = (double(canvas_width) * 0.5 - shown.x - dx) / scaled_width;
-	focus.y = (double(canvas_height) * 0.5 - shown.y - dy) / scaled_height;
-	focus.x = std::clamp(focus.x, 0.0, 1.0);
-	focus.y = std::clamp(focus.y, 0.0, 1.0);
+	// The point at the canvas's centre now, moved against the drag; on an axis where the
+	// picture cannot move (it just covers the canvas), the focus stays as it was.
+	auto axis = [](double canvas, double scaled, double at, double delta, double asked) {
+		if (scaled <= canvas + 0.5)
+			return asked;
+		return std::clamp((canvas * 0.5 - at - delta) / scaled, 0.0, 1.0);
+	};
+	focus.x = axis(canvas_width, double(source_width) * shown.scale, shown.x, dx, layout.focus_x);
+	focus.y = axis(canvas_height, double(source_height) * shown.scale, shown.y, dy, layout.focus_y);
 	return focus;
 }
 

@@ -267,6 +267,8 @@ TEST_F(FrontendEventsTest, TheHostsVideoSettingsAreNeverLeftUnapplied)
 	video_to(1280, 720);
 	ASSERT_FALSE(plugin_->start_streaming());
 	ASSERT_TRUE(wait_live());
+	// Long enough for the encoder's first pictures to reach the server on a busy machine.
+	cvtest::sleep_ms(1500);
 
 	video_to(960, 540);
 	obs_video_info host = {};

@@ -87,9 +87,10 @@ TEST(Placement, FocusZoomAndDrag)
 	}
 	cv::SceneLayout layout;
 	// 100 canvas pixels right shows what was 100 / 1.78 scene pixels further left.
-	cv::Focus moved = cv::dragged_focus(1080, 1920, 1920, 1080, layout, 100, 0);
+	layout.focus_y = 0.3;
+	cv::Focus moved = cv::dragged_focus(1080, 1920, 1920, 1080, layout, 100, 40);
 	EXPECT_NEAR(moved.x, 0.5 - 100 / (1920 * 1920.0 / 1080), 1e-6);
-	EXPECT_NEAR(moved.y, 0.5, 1e-6) << "no room to move up or down";
+	EXPECT_EQ(moved.y, 0.3) << "no room to move up or down: kept";
 	// From a focus past what can be shown, a drag starts where the picture is.
 	layout.focus_x = 0.0;
 	moved = cv::dragged_focus(1080, 1920, 1920, 1080, layout, -10, 0);
