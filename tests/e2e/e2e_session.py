@@ -44,6 +44,11 @@ def retry_after_host_crash(test):
     return run
 
 
+def assignments(scenes):
+    """GetStatus's scenes as (vertical scene, OBS scene) pairs, leaving their layouts aside."""
+    return [(scene["sceneName"], scene["hostSceneName"]) for scene in scenes]
+
+
 def wait_until(done, timeout=30):
     deadline = time.monotonic() + timeout
     while not done():

@@ -11,7 +11,7 @@ import threading
 import time
 import unittest
 
-from e2e_session import KEEP, NOTICE, main, retry_after_host_crash, start_obs, wait_until
+from e2e_session import KEEP, NOTICE, assignments, main, retry_after_host_crash, start_obs, wait_until
 from obs_session import ObsError
 
 import media_probe
@@ -101,8 +101,8 @@ class HostLifecycle(unittest.TestCase):
         obs.request("CreateScene", {"sceneName": "Main"})
         self.assertIn("Main", [s["sceneName"] for s in obs.request("GetSceneList")["scenes"]])
         obs.request("SetCurrentSceneCollection", {"sceneCollectionName": "CV"})
-        self.assertTrue(wait_until(lambda: obs.vendor("GetStatus")["scenes"] == [
-            {"sceneName": "Intro", "hostSceneName": "Main"}, {"sceneName": "Outro", "hostSceneName": ""}]))
+        self.assertTrue(wait_until(lambda: assignments(obs.vendor("GetStatus")["scenes"]) == [
+            ("Intro", "Main"), ("Outro", "")]))
         obs.expect_clean_close(self)
 
     @retry_after_host_crash
