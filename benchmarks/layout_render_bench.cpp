@@ -204,8 +204,11 @@ struct Bench {
 		cv::SceneLayout fit;
 		fit.kind = cv::LayoutKind::Fit;
 		fit.background = cv::kBlurBackground;
+		// Stacked as streamers stack: the webcam corner above the middle of the game.
 		cv::SceneLayout stack;
 		stack.kind = cv::LayoutKind::Stack;
+		stack.top = {1380, 60, 480, 270};
+		stack.bottom = {480, 114, 960, 853};
 		const std::pair<const char *, cv::SceneLayout> scenes[] = {{"Cover", {}},
 									   {"Fit", fit},
 									   {"Stack", stack},

@@ -103,6 +103,29 @@ RegionPlacement region_cover(uint32_t source_width, uint32_t source_height, cons
 	return placement;
 }
 
+RegionPlacement visible_part(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
+			     uint32_t source_height, const CoverPlacement &placement)
+{
+	RegionPlacement part;
+	part.scale_x = part.scale_y = placement.scale;
+	part.x = placement.x;
+	part.y = placement.y;
+	if (!source_width || !source_height || placement.scale <= 0.0f)
+		return part;
+	auto axis = [&](uint32_t canvas, uint32_t source, float at, uint32_t *near, uint32_t *far, float *moved) {
+		const double first = std::floor(std::max(0.0, -double(at) / placement.scale));
+		const double last = std::ceil(std::min(double(source), (double(canvas) - at) / placement.scale));
+		if (last <= first + 1)
+			return;
+		*near = uint32_t(first);
+		*far = source - uint32_t(last);
+		*moved = at + float(first) * placement.scale;
+	};
+	axis(canvas_width, source_width, placement.x, &part.crop_left, &part.crop_right, &part.x);
+	axis(canvas_height, source_height, placement.y, &part.crop_top, &part.crop_bottom, &part.y);
+	return part;
+}
+
 std::array<Part, 2> stack_parts(uint32_t canvas_width, uint32_t canvas_height, double split)
 {
 	const auto top = uint32_t(std::lround(double(canvas_height) * std::clamp(split, kMinSplit, kMaxSplit)));

@@ -64,6 +64,12 @@ struct Part {
 };
 RegionPlacement region_cover(uint32_t source_width, uint32_t source_height, const Region &region, const Part &part);
 
+// A placement of a source on the canvas with what lies outside the canvas cropped off by
+// whole pixels (kept a pixel larger where a pixel is cut), so that the host draws only what
+// shows. The same picture as the placement itself.
+RegionPlacement visible_part(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
+			     uint32_t source_height, const CoverPlacement &placement);
+
 // A stack's two parts: the top one `split` of the canvas height (whole pixels), the
 // bottom one the rest.
 std::array<Part, 2> stack_parts(uint32_t canvas_width, uint32_t canvas_height, double split);

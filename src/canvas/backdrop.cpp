@@ -90,7 +90,9 @@ bool load_effect(Backdrop &backdrop)
 	if (!backdrop.effect) {
 		backdrop.effect_failed = true;
 		log_error("The blurred background's shader could not be loaded: %s",
-			  errors ? errors : file ? file.Get() : "effects/blur.effect is missing");
+			  errors ? errors
+			  : file ? file.Get()
+				 : "effects/blur.effect is missing");
 	}
 	bfree(errors);
 	return backdrop.effect != nullptr;
@@ -163,7 +165,7 @@ void backdrop_render(void *data, gs_effect_t *)
 	uint32_t rgb, width, height;
 	{
 		std::lock_guard lock(backdrop->mutex);
-		host = backdrop->blur ? obs_weak_source_get_source(backdrop->host) : nullptr;
+		host = obs_weak_source_get_source(backdrop->host);
 		blur = backdrop->blur;
 		rgb = backdrop->rgb;
 		width = backdrop->width;
@@ -172,15 +174,24 @@ void backdrop_render(void *data, gs_effect_t *)
 	if (!width || !height)
 		return;
 	gs_texture_t *blurred = blur && host ? blurred_copy(*backdrop, host, width, height) : nullptr;
-	if (!blurred) {
+	if (blurred) {
+		gs_effect_t *effect = backdrop->effect;
+		gs_effect_set_float(gs_effect_get_param_by_name(effect, "dim"), kDim);
+		gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), blurred);
+		while (gs_effect_loop(effect, "Dim"))
+			gs_draw_sprite(blurred, 0, width, height);
+	} else {
 		draw_colour(blur ? 0 : rgb, width, height);
-		return;
 	}
-	gs_effect_t *effect = backdrop->effect;
-	gs_effect_set_float(gs_effect_get_param_by_name(effect, "dim"), kDim);
-	gs_effect_set_texture(gs_effect_get_param_by_name(effect, "image"), blurred);
-	while (gs_effect_loop(effect, "Dim"))
-		gs_draw_sprite(blurred, 0, width, height);
+	if (!host)
+		return;
+	const CoverPlacement fit =
+		fit_placement(width, height, obs_source_get_width(host), obs_source_get_height(host));
+	gs_matrix_push();
+	gs_matrix_translate3f(fit.x, fit.y, 0.0f);
+	gs_matrix_scale3f(fit.scale, fit.scale, 1.0f);
+	obs_source_video_render(host);
+	gs_matrix_pop();
 }
 
 void register_backdrop()

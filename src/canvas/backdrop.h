@@ -1,10 +1,11 @@
 #pragma once
 
-// What the "fit" layout shows around the host scene: a private source of the plug-in's
-// own, as large as the canvas, that draws either one colour or a blurred, darkened copy
-// of the host scene covering the canvas. The blur runs on a copy an eighth of the
-// canvas's width and height (a shader in the plug-in's data), so it costs little more
-// than drawing the canvas once. It holds the host scene only weakly.
+// The "fit" layout's picture: a private source of the plug-in's own, as large as the
+// canvas, that draws either one colour or a blurred, darkened copy of the host scene
+// covering the canvas, and over it the whole host scene, as wide (or high) as the canvas.
+// The blur runs on a copy an eighth of the canvas's width and height (a shader in the
+// plug-in's data); the scene is drawn straight at its fitted size. It holds the host
+// scene only weakly.
 
 #include <obs.hpp>
 

@@ -38,6 +38,18 @@ Piece placed(obs_source_t *source, const CoverPlacement &placement)
 	return piece;
 }
 
+Piece cropped(obs_source_t *source, const RegionPlacement &at)
+{
+	Piece piece;
+	piece.source = source;
+	piece.x = at.x;
+	piece.y = at.y;
+	piece.scale_x = at.scale_x;
+	piece.scale_y = at.scale_y;
+	piece.crop = {int(at.crop_left), int(at.crop_top), int(at.crop_right), int(at.crop_bottom)};
+	return piece;
+}
+
 void apply(obs_sceneitem_t *item, const Piece &piece)
 {
 	obs_transform_info info = {};
@@ -578,31 +590,36 @@ void VerticalCanvas::place_source(VerticalScene &entry, obs_source_t *source)
 	const uint32_t sw = source ? obs_source_get_width(source) : 0;
 	const uint32_t sh = source ? obs_source_get_height(source) : 0;
 	if (source && layout.kind == LayoutKind::Cover) {
-		pieces.push_back(placed(source, focused_cover(width_, height_, sw, sh, layout.focus_x, layout.focus_y,
-							      layout.zoom)));
+		// The host draws a scene inside a scene through a picture of it at its own size:
+		// cut to what shows, that picture is no larger than the canvas.
+		const CoverPlacement cover =
+			focused_cover(width_, height_, sw, sh, layout.focus_x, layout.focus_y, layout.zoom);
+		pieces.push_back(cropped(source, visible_part(width_, height_, sw, sh, cover)));
 	} else if (source && layout.kind == LayoutKind::Fit) {
 		if (!entry.backdrop)
 			entry.backdrop = make_backdrop();
 		const bool blur = layout.background == kBlurBackground;
 		set_backdrop(entry.backdrop, source, blur, parse_colour(layout.background).value_or(0), width_,
 			     height_);
-		if (entry.backdrop)
+		if (entry.backdrop) {
+			// The backdrop draws the scene too, straight onto the canvas at its fitted
+			// size rather than through a picture of it at full size. The scene's item
+			// stays, one pixel of it and off the canvas, so that the scene is heard
+			// and counts as showing, as in the other layouts.
 			pieces.push_back(placed(entry.backdrop, CoverPlacement{1.0f, 0.0f, 0.0f}));
-		pieces.push_back(placed(source, fit_placement(width_, height_, sw, sh)));
+			RegionPlacement anchor;
+			anchor.crop_left = sw > 0 ? sw - 1 : 0;
+			anchor.crop_top = sh > 0 ? sh - 1 : 0;
+			anchor.x = anchor.y = -4.0f;
+			pieces.push_back(cropped(source, anchor));
+		} else {
+			pieces.push_back(placed(source, fit_placement(width_, height_, sw, sh)));
+		}
 	} else if (source) {
 		const std::array<Part, 2> parts = stack_parts(width_, height_, layout.split);
 		const Region regions[2] = {top_region(layout, sw, sh), bottom_region(layout, sw, sh)};
-		for (size_t i = 0; i < parts.size(); i++) {
-			const RegionPlacement at = region_cover(sw, sh, regions[i], parts[i]);
-			Piece piece;
-			piece.source = source;
-			piece.x = at.x;
-			piece.y = at.y;
-			piece.scale_x = at.scale_x;
-			piece.scale_y = at.scale_y;
-			piece.crop = {int(at.crop_left), int(at.crop_top), int(at.crop_right), int(at.crop_bottom)};
-			pieces.push_back(piece);
-		}
+		for (size_t i = 0; i < parts.size(); i++)
+			pieces.push_back(cropped(source, region_cover(sw, sh, regions[i], parts[i])));
 	}
 	entry.placed_width = sw;
 	entry.placed_height = sh;

@@ -226,6 +226,7 @@ TEST_F(CanvasTest, LivesThroughResetsOfTheHostsVideo)
 		host.base_width = host.output_width = 1280;
 		host.base_height = host.output_height = 720;
 		ASSERT_EQ(obs_reset_video(&host), OBS_VIDEO_SUCCESS);
+		canvas->follow_host_sizes(); // as the plug-in does within a second
 		const video_output_info *info = video_output_get_info(canvas->fresh_video());
 		ASSERT_NE(info, nullptr);
 		EXPECT_EQ((std::array<uint32_t, 3>{info->width, info->height, uint32_t(info->format)}),

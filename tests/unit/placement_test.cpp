@@ -85,6 +85,14 @@ TEST(Placement, FocusZoomAndDrag)
 		EXPECT_NEAR(p.x, c.x, 0.5) << c.focus_x << "," << c.focus_y;
 		EXPECT_NEAR(p.y, c.y, 0.5) << c.focus_x << "," << c.focus_y;
 	}
+	// Cut to what shows: the same picture, drawn from a part of the source no larger than
+	// the canvas (at zoom 1, the middle 607 of 1920 columns).
+	const cv::CoverPlacement middle = cv::focused_cover(1080, 1920, 1920, 1080, 0.5, 0.5, 1);
+	const cv::RegionPlacement shown = cv::visible_part(1080, 1920, 1920, 1080, middle);
+	EXPECT_EQ(std::tie(shown.crop_left, shown.crop_right, shown.crop_top, shown.crop_bottom),
+		  std::make_tuple(656u, 656u, 0u, 0u));
+	EXPECT_NEAR(shown.x, middle.x + 656 * middle.scale, 1e-2);
+
 	cv::SceneLayout layout;
 	// 100 canvas pixels right shows what was 100 / 1.78 scene pixels further left.
 	layout.focus_y = 0.3;
