@@ -3,7 +3,9 @@
 #include "base/log.h"
 
 #include <media-io/audio-io.h>
+#include <util/platform.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <mutex>
@@ -36,6 +38,11 @@ struct SceneAudio::State {
 
 	std::mutex mutex; // guards everything below
 	OBSWeakSourceAutoRelease child;
+	// The source heard before, fading out from fade_start (the host's audio clock) over
+	// fade_ns while the child fades in.
+	OBSWeakSourceAutoRelease fading;
+	uint64_t fade_start = 0;
+	uint64_t fade_ns = 0;
 	// The child's mix of this tick, from its render until the tap gives it a timestamp.
 	std::vector<float> rendered;
 	uint64_t rendered_timestamp = 0;
@@ -67,39 +74,77 @@ void source_destroy(void *data)
 	delete static_cast<SourceData *>(data);
 }
 
-OBSSource current_child(State &state)
+OBSSource strong(const OBSWeakSourceAutoRelease &weak)
 {
-	std::lock_guard lock(state.mutex);
-	OBSSourceAutoRelease child = obs_weak_source_get_source(state.child);
-	return OBSSource(child.Get());
+	OBSSourceAutoRelease source = obs_weak_source_get_source(weak);
+	return OBSSource(source.Get());
 }
 
 void source_enum(void *data, obs_source_enum_proc_t callback, void *param)
 {
 	const std::shared_ptr<State> state = static_cast<SourceData *>(data)->state;
-	// Called without the lock: the callback walks the child's own tree.
-	if (OBSSource child = state ? current_child(*state) : OBSSource())
-		callback(state->parent, child, param);
+	if (!state)
+		return;
+	OBSSource child, fading;
+	{
+		std::lock_guard lock(state->mutex);
+		child = strong(state->child);
+		fading = strong(state->fading);
+	}
+	// Called without the lock: the callback walks the children's own trees.
+	for (obs_source_t *source : {fading.Get(), child.Get()})
+		if (source)
+			callback(state->parent, source, param);
 }
 
-// The host's audio thread, after the child's tree has been rendered for this tick.
+// Adds `source`'s mix of the track to `out`, times `gain` at each sample (from `from` to
+// `to` across the tick); false when it has nothing for this tick.
+bool add_mix(State &state, obs_source_t *source, float from, float to, std::vector<float> &out)
+{
+	if (!source || obs_source_audio_pending(source) || !obs_source_get_audio_timestamp(source))
+		return false;
+	obs_source_audio_mix mix = {};
+	obs_source_get_audio_mix(source, &mix);
+	for (size_t ch = 0; ch < state.channels; ch++) {
+		const float *in = mix.output[state.track].data[ch];
+		float *sum = &out[ch * AUDIO_OUTPUT_FRAMES];
+		for (size_t i = 0; i < AUDIO_OUTPUT_FRAMES; i++)
+			sum[i] += in[i] * (from + (to - from) * float(i) / float(AUDIO_OUTPUT_FRAMES));
+	}
+	return true;
+}
+
+// How far the fade is at `timestamp`, from 0 to 1.
+float fade_at(const State &state, uint64_t timestamp)
+{
+	if (!state.fade_ns || timestamp <= state.fade_start)
+		return state.fade_ns ? 0.0f : 1.0f;
+	return float(std::min(1.0, double(timestamp - state.fade_start) / double(state.fade_ns)));
+}
+
+// The host's audio thread, after the children's trees have been rendered for this tick.
 bool source_audio_render(void *data, uint64_t *, obs_source_audio_mix *, uint32_t, size_t, size_t)
 {
 	const std::shared_ptr<State> state = static_cast<SourceData *>(data)->state;
 	if (!state)
 		return false;
-	OBSSource child = current_child(*state);
+	OBSSource child, fading;
+	{
+		std::lock_guard lock(state->mutex);
+		child = strong(state->child);
+		fading = strong(state->fading);
+	}
 	const uint64_t timestamp = child ? obs_source_get_audio_timestamp(child) : 0;
 	std::lock_guard lock(state->mutex);
 	state->rendered.clear();
 	if (!child || obs_source_audio_pending(child) || !timestamp)
 		return false;
-	obs_source_audio_mix mix = {};
-	obs_source_get_audio_mix(child, &mix);
-	for (size_t ch = 0; ch < state->channels; ch++) {
-		const float *in = mix.output[state->track].data[ch];
-		state->rendered.insert(state->rendered.end(), in, in + AUDIO_OUTPUT_FRAMES);
-	}
+	const uint64_t tick_ns = uint64_t(AUDIO_OUTPUT_FRAMES) * 1000000000ull / state->sample_rate;
+	const float from = fade_at(*state, timestamp), to = fade_at(*state, timestamp + tick_ns);
+	state->rendered.assign(state->channels * AUDIO_OUTPUT_FRAMES, 0.0f);
+	add_mix(*state, child, from, to, state->rendered);
+	if (from < 1.0f)
+		add_mix(*state, fading, 1.0f - from, 1.0f - to, state->rendered);
 	state->rendered_timestamp = timestamp;
 	// Nothing for the host's own mixes.
 	return false;
@@ -236,8 +281,10 @@ bool SceneAudio::init()
 	return true;
 }
 
-void SceneAudio::set_source(obs_source_t *source)
+void SceneAudio::set_source(obs_source_t *source, uint32_t fade_ms)
 {
+	// A fade not finished yet ends here: what was fading out goes.
+	drop_fading();
 	OBSSource old;
 	{
 		std::lock_guard lock(state_->mutex);
@@ -246,13 +293,41 @@ void SceneAudio::set_source(obs_source_t *source)
 			return;
 		old = current.Get();
 		state_->child = source ? obs_source_get_weak_source(source) : nullptr;
+		state_->fade_ns = old && fade_ms ? uint64_t(fade_ms) * 1000000ull : 0;
+		state_->fade_start = os_gettime_ns();
+		state_->fading = state_->fade_ns ? obs_source_get_weak_source(old) : nullptr;
 	}
 	if (!source_)
 		return;
-	if (old)
-		obs_source_remove_active_child(source_, old);
 	if (source && !obs_source_add_active_child(source_, source))
 		log_warning("Scene audio: '%s' cannot be heard", obs_source_get_name(source));
+	// Faded out, it is let go of later.
+	if (old && !state_->fade_ns)
+		obs_source_remove_active_child(source_, old);
+}
+
+void SceneAudio::settle()
+{
+	bool faded;
+	{
+		std::lock_guard lock(state_->mutex);
+		faded = state_->fading && os_gettime_ns() > state_->fade_start + state_->fade_ns + 1000000000ull;
+	}
+	if (faded)
+		drop_fading();
+}
+
+void SceneAudio::drop_fading()
+{
+	OBSSource fading;
+	{
+		std::lock_guard lock(state_->mutex);
+		fading = strong(state_->fading);
+		state_->fading = nullptr;
+		state_->fade_ns = 0;
+	}
+	if (fading && source_)
+		obs_source_remove_active_child(source_, fading);
 }
 
 void SceneAudio::rejoin()

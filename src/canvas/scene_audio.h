@@ -29,8 +29,12 @@ public:
 	SceneAudio &operator=(const SceneAudio &) = delete;
 
 	bool init();
-	// What is heard: the active vertical scene's host source, or nothing (silence).
-	void set_source(obs_source_t *source);
+	// What is heard: the active vertical scene's host source, or nothing (silence). With a
+	// fade, the one heard so far fades out over it while the new one fades in, as the
+	// host's transitions mix their scenes' audio.
+	void set_source(obs_source_t *source, uint32_t fade_ms = 0);
+	// Lets go of a source that has faded out; the host's UI thread, now and then.
+	void settle();
 	// Takes a free output channel again when the host cleared its channels (it does so
 	// when it loads another scene collection).
 	void rejoin();
@@ -52,6 +56,8 @@ private:
 
 	bool take_channel();
 	void leave_channel();
+
+	void drop_fading();
 
 	uint32_t track_;
 	std::shared_ptr<State> state_;

@@ -311,7 +311,8 @@ bool VerticalCanvas::set_active_scene(const std::string &name, bool cut)
 		obs_transition_start(transition_, OBS_TRANSITION_MODE_AUTO, transition_settings_.duration_ms, next);
 	if (!animated)
 		show_on_canvas(&scenes_[size_t(index)]);
-	apply_active_audio();
+	// The audio goes over with the picture, as the host's own transitions take it.
+	apply_active_audio(animated ? transition_settings_.duration_ms : 0);
 	log_info("Active scene: %s", name.c_str());
 	return true;
 }
@@ -734,24 +735,25 @@ std::shared_ptr<const void> VerticalCanvas::keep_audio_open() const
 	return scene_audio_ ? scene_audio_->keep_open() : nullptr;
 }
 
+void VerticalCanvas::settle_audio()
+{
+	if (scene_audio_)
+		scene_audio_->settle();
+}
+
 void VerticalCanvas::rejoin_audio()
 {
 	if (scene_audio_)
 		scene_audio_->rejoin();
 }
 
-void VerticalCanvas::apply_active_audio()
+void VerticalCanvas::apply_active_audio(uint32_t fade_ms)
 {
 	if (!scene_audio_)
 		return;
-	// The transition mixes the scenes' audio as it mixes their pictures.
-	if (transition_) {
-		scene_audio_->set_source(transition_);
-		return;
-	}
 	VerticalScene *entry = active_entry();
 	OBSSourceAutoRelease source = entry && entry->host ? obs_weak_source_get_source(entry->host) : nullptr;
-	scene_audio_->set_source(source.Get());
+	scene_audio_->set_source(source.Get(), fade_ms);
 }
 
 } // namespace cv

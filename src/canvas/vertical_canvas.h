@@ -136,6 +136,8 @@ public:
 	// Places again the host scenes whose size changed since they were placed (the host's
 	// canvas size is theirs); true when any was.
 	bool follow_host_sizes();
+	// Lets go of what the audio no longer needs once a transition is over; now and then.
+	void settle_audio();
 	// After the host loaded another scene collection.
 	void rejoin_audio();
 
@@ -153,7 +155,7 @@ private:
 	void show_on_canvas(const VerticalScene *entry);
 	void show_now(obs_source_t *transition, obs_source_t *source);
 	void release_assignment(VerticalScene &entry);
-	void apply_active_audio();
+	void apply_active_audio(uint32_t fade_ms = 0);
 
 	CanvasConfig config_;
 	std::atomic<uint32_t> width_;

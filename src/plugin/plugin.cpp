@@ -503,6 +503,8 @@ void Plugin::check_host_video()
 	// The host's scenes are as large as its canvas, which its video settings change.
 	if (canvas_ && canvas_->follow_host_sizes())
 		log_info("OBS's canvas changed size: the vertical scenes are framed anew");
+	if (canvas_)
+		canvas_->settle_audio();
 	if (host_video_pending_ || !output_ || output_->idle() || !host_video_unapplied())
 		return;
 	host_video_pending_ = true;

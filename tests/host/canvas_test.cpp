@@ -158,6 +158,7 @@ TEST_F(CanvasTest, AssignedScenesCoverTheCanvasAndAreReleased)
 	// Red | green | blue across the 1920x1080 host scene.
 	OBSSceneAutoRelease show = cvtest::make_band_scene("Show", {0xFF0000, 0x00FF00, 0x0000FF});
 	OBSSourceAutoRelease portrait = cvtest::make_colour("Portrait", 0x0000FF, 720, 1280);
+	ASSERT_TRUE(canvas->set_transition({cv::kCutTransition, 300})) << "what shows, at once";
 	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show"));
 	ASSERT_TRUE(canvas->assign_scene_source("Scene 1", "Show")) << "assigned again: still one item";
 	ASSERT_EQ(shown_items(), Names{"Show"});
@@ -372,9 +373,13 @@ TEST_F(LayoutTest, FramedAnewWhenTheHostsCanvasChangesSize)
 	host.base_width = host.output_width = 1280;
 	host.base_height = host.output_height = 720;
 	ASSERT_EQ(obs_reset_video(&host), OBS_VIDEO_SUCCESS);
-	// Now the scene's top left 1280 x 720: red but for its right and bottom edges.
+	// Placed for the old size, the scene no longer covers the canvas; placed anew, it
+	// does. (Newer hosts scale a scene's items with the canvas, older ones keep them.)
 	EXPECT_TRUE(canvas->follow_host_sizes());
-	EXPECT_EQ(frame_with({}).rgb(718, 1), kRed);
+	const cvtest::Image frame = frame_with({});
+	for (const auto &[x, y] : {std::pair{1u, 1u}, {718u, 1u}, {1u, 1278u}, {718u, 1278u}})
+		EXPECT_NE(frame.rgb(x, y), 0u) << x << "," << y;
+	EXPECT_EQ(frame.rgb(1, 1), kRed);
 }
 
 // A fade's frames lie between the two scenes for about its duration, then show the new
