@@ -221,7 +221,7 @@ TEST_F(VerticalOutputTest, EveryLayoutReachesTheServer)
 	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
 	for (const cv::SceneLayout &layout : {left, fit, stack}) {
 		canvas_->set_scene_layout("Scene 1", layout);
-		sleep_ms(2500);
+		sleep_ms(1800);
 	}
 	output.stop();
 	ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
@@ -233,9 +233,9 @@ TEST_F(VerticalOutputTest, EveryLayoutReachesTheServer)
 		std::vector<std::pair<double, double>> points;
 		std::vector<uint32_t> colours;
 	} frames[] = {
-		{1.2, {{0.05, 0.1}, {0.05, 0.9}}, {0xFF0000, 0xFF0000}},
-		{3.7, {{0.1, 0.5}}, {0xFF0000}},
-		{6.2, {{0.5, 0.1}, {0.5, 0.45}, {0.5, 0.55}, {0.5, 0.9}}, {0xFFFFFF, 0xFFFFFF, 0xFF0000, 0xFF0000}},
+		{0.9, {{0.05, 0.1}, {0.05, 0.9}}, {0xFF0000, 0xFF0000}},
+		{2.7, {{0.1, 0.5}}, {0xFF0000}},
+		{4.5, {{0.5, 0.1}, {0.5, 0.45}, {0.5, 0.55}, {0.5, 0.9}}, {0xFFFFFF, 0xFFFFFF, 0xFF0000, 0xFF0000}},
 	};
 	for (const auto &frame : frames) {
 		const std::vector<uint8_t> rgb = cvtest::decode_frame_rgb(files[0], frame.at);
@@ -249,7 +249,7 @@ TEST_F(VerticalOutputTest, EveryLayoutReachesTheServer)
 			EXPECT_TRUE(cvtest::close_to(pixel(fx, fy), frame.colours[i]))
 				<< frame.at << " s at " << fx << "," << fy << ": " << std::hex << pixel(fx, fy);
 		}
-		if (frame.at > 3 && frame.at < 4) {
+		if (frame.at > 2 && frame.at < 3) {
 			// Above the fitted scene: its blurred, darkened green.
 			const uint32_t blurred = pixel(0.1, 0.1);
 			const int r = int(blurred >> 16), g = int(blurred >> 8 & 0xFF), b = int(blurred & 0xFF);
