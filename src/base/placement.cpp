@@ -5,16 +5,29 @@
 
 namespace cv {
 
-CoverPlacement cover_placement(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
-			       uint32_t source_height)
+namespace {
+
+// The source scaled by the larger (`cover`) or smaller of the two ratios, centred.
+CoverPlacement centred(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width, uint32_t source_height,
+		       bool cover)
 {
 	CoverPlacement placement;
-	if (source_width && source_height)
-		placement.scale = std::max(float(canvas_height) / float(source_height),
-					   float(canvas_width) / float(source_width));
+	if (source_width && source_height) {
+		const float across = float(canvas_width) / float(source_width);
+		const float down = float(canvas_height) / float(source_height);
+		placement.scale = cover ? std::max(down, across) : std::min(down, across);
+	}
 	placement.x = (float(canvas_width) - float(source_width) * placement.scale) * 0.5f;
 	placement.y = (float(canvas_height) - float(source_height) * placement.scale) * 0.5f;
 	return placement;
+}
+
+} // namespace
+
+CoverPlacement cover_placement(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
+			       uint32_t source_height)
+{
+	return centred(canvas_width, canvas_height, source_width, source_height, true);
 }
 
 CoverPlacement focused_cover(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
@@ -58,13 +71,7 @@ Focus dragged_focus(uint32_t canvas_width, uint32_t canvas_height, uint32_t sour
 CoverPlacement fit_placement(uint32_t canvas_width, uint32_t canvas_height, uint32_t source_width,
 			     uint32_t source_height)
 {
-	CoverPlacement placement;
-	if (source_width && source_height)
-		placement.scale = std::min(float(canvas_height) / float(source_height),
-					   float(canvas_width) / float(source_width));
-	placement.x = (float(canvas_width) - float(source_width) * placement.scale) * 0.5f;
-	placement.y = (float(canvas_height) - float(source_height) * placement.scale) * 0.5f;
-	return placement;
+	return centred(canvas_width, canvas_height, source_width, source_height, false);
 }
 
 RegionPlacement region_cover(uint32_t source_width, uint32_t source_height, const Region &region, const Part &part)
