@@ -6,6 +6,7 @@ user would; the vertical stream follows it. Afterwards every stream the local se
 received is probed and summed up."""
 
 import argparse
+import os
 import shutil
 import socket
 import subprocess
@@ -15,7 +16,7 @@ import time
 from pathlib import Path
 
 import media_probe
-from obs_session import LOG_TAG, ObsError, ObsSession
+from obs_session import LOG_TAG, PLUGIN, ObsError, ObsSession
 from rtmp_server import RtmpServer, RtmpServerError
 
 
@@ -50,6 +51,36 @@ class SrtListener:
                 self.proc.wait()
 
 
+def on_this_machine(path):
+    """A path as it is seen outside the modern host's chroot (CV_DEMO_ROOT names the chroot)."""
+    root = os.environ.get("CV_DEMO_ROOT", "")
+    path = str(path)
+    repo = str(Path(__file__).resolve().parents[2])
+    # The repository is mounted at the same path inside; everything else lies under the root.
+    return path if not root or path.startswith(repo + "/") or path == repo else root.rstrip("/") + path
+
+
+def vendor(obs, kind):
+    return obs.request("CallVendorRequest", {"vendorName": PLUGIN, "requestType": kind})["responseData"]
+
+
+def streams_live(obs):
+    """Whether the main and the vertical stream are live, as OBS and the plug-in report them."""
+    main = obs.request("GetStreamStatus").get("outputActive", False)
+    destinations = vendor(obs, "GetStatus").get("destinations", [])
+    vertical = any(destination.get("state") == "live" for destination in destinations)
+    return main, vertical
+
+
+def wait_live(obs, timeout):
+    deadline = time.monotonic() + timeout
+    while True:
+        main, vertical = streams_live(obs)
+        if (main and vertical) or time.monotonic() > deadline:
+            return main, vertical
+        time.sleep(0.25)
+
+
 def summary(title, files, remote=None):
     print(f"{title}:")
     if remote:
@@ -64,7 +95,7 @@ def summary(title, files, remote=None):
         state = "decodes cleanly" if info["ok"] and not info.get("decode_errors") else "DECODE ERRORS"
         ok = ok and state == "decodes cleanly"
         print(f"  {media_probe.describe(info)}; {state}")
-        print(f"  {path}")
+        print(f"  {on_this_machine(path)}")
     return ok
 
 
@@ -108,18 +139,24 @@ def main():
             if not obs.wait_for_log(f"{LOG_TAG} Vertical Canvas dock registered", timeout=30):
                 print("The plug-in did not load; its log lines follow.", file=sys.stderr)
             obs.request("StartStream")
-            started = obs.wait_for_log(f"{LOG_TAG} Vertical output started with encoder", timeout=30)
-            print("main stream started; vertical stream " + ("started" if started else "DID NOT START"))
+            # What OBS and the plug-in report through the websocket, not what their logs say.
+            main_live, vertical_live = wait_live(obs, timeout=30)
+            print("main stream " + ("live" if main_live else "DID NOT START") + "; vertical stream " +
+                  ("live" if vertical_live else "DID NOT START"))
+            started = time.monotonic()
             time.sleep(min(5, args.seconds))
             try:
                 obs.screenshot(shot)
             except Exception as error:  # a screenshot is a nicety, not the job
                 print(f"(no screenshot: {error})")
                 shot = None
-            time.sleep(max(0, args.seconds - 5))
+            time.sleep(max(0.0, args.seconds - (time.monotonic() - started)))
+            streamed = time.monotonic() - started
             obs.request("StopStream")
-            obs.wait_for_log(f"{LOG_TAG} Main stream stopped — stopping vertical output", timeout=15)
-            time.sleep(1)
+            deadline = time.monotonic() + 15
+            while any(streams_live(obs)) and time.monotonic() < deadline:
+                time.sleep(0.25)
+            print(f"both streams ran {streamed:.1f} s")
             code = obs.close()
             print(f"obs closed with exit code {code}\n")
             log = obs.log_text()
@@ -143,12 +180,19 @@ def main():
                               remote=args.url)
     print()
     print("Host: " + (leaks[-1].split(": ", 1)[-1] if leaks else "no shutdown report in the log"))
-    print(f"Host log folder: {logs}")
+    print(f"Host log folder: {on_this_machine(logs)}")
     if shot:
-        print(f"Screenshot of the main window with the dock: {shot}")
-    print(f"Everything is kept under {out}")
+        print(f"Screenshot of the main window with the dock: {on_this_machine(shot)}")
+    print(f"Everything is kept under {on_this_machine(out)}")
     loaded = f"{LOG_TAG} Loaded successfully" in log and f"{LOG_TAG} Unloaded" in log
-    return 0 if loaded and main_ok and vertical_ok and code == 0 else 1
+    ok = loaded and main_live and vertical_live and main_ok and vertical_ok and code == 0
+    if not ok:
+        print("demo: " + ", ".join(what for what, good in [
+            ("the plug-in did not load and unload", loaded), ("the main stream did not start", main_live),
+            ("the vertical stream did not start", vertical_live), ("the main stream does not decode", main_ok),
+            ("the vertical stream does not decode", vertical_ok), (f"obs exited with {code}", code == 0)]
+            if not good), file=sys.stderr)
+    return 0 if ok else 1
 
 
 if __name__ == "__main__":
