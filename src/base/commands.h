@@ -21,6 +21,12 @@ public:
 	// Records the vertical canvas into the host's recording folder, in its format.
 	virtual Error start_recording() = 0;
 	virtual Error stop_recording() = 0;
+	// Keeps the last seconds of the vertical canvas in memory, to save as a clip into the
+	// host's recording folder, in its format.
+	virtual Error start_replay_buffer() = 0;
+	virtual Error stop_replay_buffer() = 0;
+	// An error when the replay buffer does not run.
+	virtual Error save_replay() = 0;
 	// The vertical scene `step` places after the active one, wrapping around the list.
 	virtual Error step_scene(int step) = 0;
 	virtual Error set_active_scene(const std::string &name) = 0;

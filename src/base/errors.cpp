@@ -69,6 +69,12 @@ const Known kKnown[] = {
 	{ErrorCode::RecordingCannotPause, "RecordingCannotPause", "Error.RecordingCannotPause",
 	 "The vertical recording cannot pause while the vertical stream shares its encoder; it goes on."},
 	{ErrorCode::FileNotWritten, "FileNotWritten", "Error.FileNotWritten", "the file could not be written"},
+	{ErrorCode::ReplayNotRunning, "ReplayNotRunning", "Error.ReplayNotRunning",
+	 "The vertical replay buffer is not running: start it before saving a replay."},
+	{ErrorCode::ReplayNotStarted, "ReplayNotStarted", "Error.ReplayNotStarted",
+	 "The vertical replay buffer could not start: %1"},
+	{ErrorCode::ReplayStopped, "ReplayStopped", "Error.ReplayStopped",
+	 "The vertical replay buffer stopped: %1\nThe vertical stream is not affected."},
 	{ErrorCode::HostVideoUnapplied, "HostVideoUnapplied", "Error.HostVideoUnapplied",
 	 "OBS could not apply its new video settings while the vertical stream or recording runs. They are applied "
 	 "as soon as both have stopped."},

@@ -53,6 +53,10 @@ enum class ErrorCode {
 	RecordingStopped,    // detail: why
 	RecordingCannotPause,
 	FileNotWritten,
+	// The replay buffer.
+	ReplayNotRunning,
+	ReplayNotStarted, // detail: why
+	ReplayStopped,    // detail: why
 	// The host.
 	HostVideoUnapplied,
 };

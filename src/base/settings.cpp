@@ -62,6 +62,9 @@ PluginConfig sanitized(const PluginConfig &config, std::vector<SettingWarning> *
 		replace("videobitrate", c.videobitrate, std::clamp(c.videobitrate, kMinVideoKbps, kMaxVideoKbps));
 	if (c.keyintsec < 1 || c.keyintsec > kMaxKeyintSec)
 		replace("keyintsec", c.keyintsec, defaults.keyintsec);
+	if (c.replayseconds < kMinReplaySeconds || c.replayseconds > kMaxReplaySeconds)
+		replace("replayseconds", c.replayseconds,
+			std::clamp(c.replayseconds, kMinReplaySeconds, kMaxReplaySeconds));
 	if (c.encoder.empty())
 		replace("encoder", c.encoder, defaults.encoder);
 	// Other encoders' presets are theirs to know; x264's are these.

@@ -59,6 +59,10 @@ struct PluginConfig {
 	bool lowlatency = false;
 	bool useactivesceneaudio = true;
 	uint32_t audiotrack = 1;
+	// How many of the last seconds the vertical replay buffer holds.
+	uint32_t replayseconds = 30;
+	// The vertical replay buffer starts, stops and saves with the host's.
+	bool replaywithmain = true;
 };
 
 // Placement of the dock in the host's main window, kept for all profiles. `visible`
@@ -109,6 +113,8 @@ inline constexpr uint32_t kMaxVideoKbps = 51000;
 
 // The keyframe intervals offered, in seconds; platforms want 2.
 inline constexpr uint32_t kMaxKeyintSec = 10;
+inline constexpr uint32_t kMinReplaySeconds = 5;
+inline constexpr uint32_t kMaxReplaySeconds = 600;
 
 // What the vertical output is built from.
 struct OutputConfig {

@@ -17,6 +17,11 @@ namespace cv {
 namespace {
 
 constexpr const char *kFileMuxerId = "ffmpeg_muxer";
+constexpr const char *kReplayBufferId = "replay_buffer";
+constexpr const char *kReplayName = "%CCYY-%MM-%DD %hh-%mm-%ss vertical replay";
+// What a replay buffer may hold in memory whatever its seconds: at the highest bitrates
+// the settings allow, ten minutes would not fit in memory a streamer can spare.
+constexpr long long kReplayMaxMegabytes = 2048;
 
 struct Container {
 	const char *extension;
@@ -56,9 +61,12 @@ std::string new_file_path(const std::string &folder, const char *extension)
 
 } // namespace
 
-VerticalRecording::VerticalRecording(VerticalOutput &encode, FailureHandler on_failure)
+VerticalRecording::VerticalRecording(VerticalOutput &encode, RecordingKind kind, FailureHandler on_failure,
+				     SavedHandler on_saved)
 	: encode_(encode),
-	  on_failure_(std::move(on_failure))
+	  kind_(kind),
+	  on_failure_(std::move(on_failure)),
+	  on_saved_(std::move(on_saved))
 {
 }
 
@@ -71,9 +79,15 @@ VerticalRecording::~VerticalRecording()
 		std::this_thread::sleep_for(std::chrono::milliseconds(2));
 	encode_.jobs().wait_idle(std::chrono::seconds(10));
 	stop_signal_.Disconnect();
+	saved_signal_.Disconnect();
 }
 
-Error VerticalRecording::start(const std::string &folder, const std::string &format)
+const char *VerticalRecording::noun() const
+{
+	return kind_ == RecordingKind::File ? "recording" : "replay buffer";
+}
+
+Error VerticalRecording::start(const std::string &folder, const std::string &format, uint32_t replay_seconds)
 {
 	if (is_active())
 		return {};
@@ -84,24 +98,37 @@ Error VerticalRecording::start(const std::string &folder, const std::string &for
 		return failure;
 	}
 	const Container container = container_for(format);
-	const std::string path = new_file_path(folder, container.extension);
+	OBSDataAutoRelease settings = obs_data_create();
+	obs_data_set_string(settings, "muxer_settings", container.muxer_settings);
+	std::string path;
+	if (kind_ == RecordingKind::File) {
+		path = new_file_path(folder, container.extension);
+		obs_data_set_string(settings, "path", path.c_str());
+	} else {
+		obs_data_set_string(settings, "directory", folder.c_str());
+		obs_data_set_string(settings, "format", kReplayName);
+		obs_data_set_string(settings, "extension", container.extension);
+		obs_data_set_bool(settings, "allow_spaces", true);
+		obs_data_set_int(settings, "max_time_sec", replay_seconds);
+		obs_data_set_int(settings, "max_size_mb", kReplayMaxMegabytes);
+	}
 	{
 		std::lock_guard lock(mutex_);
 		error_ = {};
 		path_ = path;
+		replay_seconds_ = replay_seconds;
 		starting_ = true;
 		stop_asked_ = false;
 	}
 	CanvasFeed feed = encode_.feed();
 	encode_.output_starting();
-	const std::string muxer_settings = container.muxer_settings;
 	encode_.jobs().post(
-		[this, path, muxer_settings, feed = std::move(feed)] { run_start(path, muxer_settings, feed); });
+		[this, settings = OBSData(settings.Get()), feed = std::move(feed)] { run_start(settings, feed); });
 	return {};
 }
 
 // The job thread.
-void VerticalRecording::run_start(const std::string &path, const std::string &muxer_settings, const CanvasFeed &feed)
+void VerticalRecording::run_start(OBSData settings, const CanvasFeed &feed)
 {
 	{
 		std::lock_guard lock(mutex_);
@@ -112,17 +139,23 @@ void VerticalRecording::run_start(const std::string &path, const std::string &mu
 			return;
 		}
 	}
-	OBSDataAutoRelease settings = obs_data_create();
-	obs_data_set_string(settings, "path", path.c_str());
-	obs_data_set_string(settings, "muxer_settings", muxer_settings.c_str());
-	OBSOutputAutoRelease output = obs_output_create(kFileMuxerId, "cv_vertical_recording", settings, nullptr);
+	const bool file = kind_ == RecordingKind::File;
+	OBSOutputAutoRelease output = obs_output_create(file ? kFileMuxerId : kReplayBufferId,
+							file ? "cv_vertical_recording" : "cv_vertical_replay_buffer",
+							settings, nullptr);
+	const std::string where = file ? obs_data_get_string(settings, "path")
+				       : obs_data_get_string(settings, "directory");
 	Error failure = output ? Error() : Error(ErrorCode::NoFileMuxer);
 	if (output) {
 		stop_signal_.Disconnect();
 		stop_signal_.Connect(obs_output_get_signal_handler(output), "stop", on_output_stop, this);
+		saved_signal_.Disconnect();
+		if (!file)
+			saved_signal_.Connect(obs_output_get_signal_handler(output), "saved", on_replay_saved, this);
 		if (Error started = encode_.encoders().start(output, feed)) {
 			const char *why = obs_output_get_last_error(output);
-			failure = {ErrorCode::RecordingNotStarted, why && *why ? why : path};
+			failure = {file ? ErrorCode::RecordingNotStarted : ErrorCode::ReplayNotStarted,
+				   why && *why ? why : where};
 		}
 	}
 	encode_.output_start_returned();
@@ -137,13 +170,14 @@ void VerticalRecording::run_start(const std::string &path, const std::string &mu
 	}
 	if (failure) {
 		stop_signal_.Disconnect();
+		saved_signal_.Disconnect();
 		fail(failure);
 		output = nullptr;
 		encode_.output_finished();
 		return;
 	}
 	encode_.output_started();
-	log_info("Vertical recording started: %s", path.c_str());
+	log_info("Vertical %s started: %s", noun(), where.c_str());
 	if (stop_now)
 		stop();
 }
@@ -160,8 +194,25 @@ void VerticalRecording::stop()
 	}
 	if (output) {
 		obs_output_stop(output);
-		log_info("Vertical recording stop requested");
+		log_info("Vertical %s stop requested", noun());
 	}
+}
+
+Error VerticalRecording::save()
+{
+	OBSOutput output;
+	{
+		std::lock_guard lock(mutex_);
+		if (kind_ == RecordingKind::ReplayBuffer && output_ && obs_output_active(output_))
+			output = output_.Get();
+	}
+	if (!output)
+		return ErrorCode::ReplayNotRunning;
+	calldata_t call = {};
+	proc_handler_call(obs_output_get_proc_handler(output), "save", &call);
+	calldata_free(&call);
+	log_info("Vertical replay save requested");
+	return {};
 }
 
 bool VerticalRecording::is_active() const
@@ -203,6 +254,12 @@ std::string VerticalRecording::path() const
 	return path_;
 }
 
+uint32_t VerticalRecording::replay_seconds() const
+{
+	std::lock_guard lock(mutex_);
+	return replay_seconds_;
+}
+
 Error VerticalRecording::error() const
 {
 	std::lock_guard lock(mutex_);
@@ -215,7 +272,7 @@ void VerticalRecording::fail(const Error &error)
 		std::lock_guard lock(mutex_);
 		error_ = error;
 	}
-	log_error("Vertical recording: %s", english(error).c_str());
+	log_error("Vertical %s: %s", noun(), english(error).c_str());
 	if (on_failure_)
 		on_failure_(error);
 }
@@ -227,11 +284,14 @@ void VerticalRecording::on_output_stop(void *data, calldata_t *calldata)
 	long long code = 0;
 	calldata_get_int(calldata, "code", &code);
 	auto *output = static_cast<obs_output_t *>(calldata_ptr(calldata, "output"));
-	if (code == OBS_OUTPUT_SUCCESS) {
+	const bool file = self->kind_ == RecordingKind::File;
+	if (code != OBS_OUTPUT_SUCCESS) {
+		const char *why = obs_output_get_last_error(output);
+		self->fail({file ? ErrorCode::RecordingStopped : ErrorCode::ReplayStopped, why && *why ? why : ""});
+	} else if (file) {
 		log_info("Vertical recording saved: %s", self->path().c_str());
 	} else {
-		const char *why = obs_output_get_last_error(output);
-		self->fail({ErrorCode::RecordingStopped, why && *why ? why : ""});
+		log_info("Vertical replay buffer stopped");
 	}
 	OBSOutput held = output;
 	self->encode_.jobs().post([self, held]() mutable {
@@ -244,6 +304,35 @@ void VerticalRecording::on_output_stop(void *data, calldata_t *calldata)
 		held = nullptr;
 		self->encode_.output_finished();
 	});
+}
+
+// The host's muxing thread, once the replay's file is complete.
+void VerticalRecording::on_replay_saved(void *data, calldata_t *)
+{
+	auto *self = static_cast<VerticalRecording *>(data);
+	// The signal names no output: it is the one this object holds until it has stopped.
+	OBSOutput output;
+	{
+		std::lock_guard lock(self->mutex_);
+		output = self->output_.Get();
+	}
+	calldata_t call = {};
+	const char *path = nullptr;
+	if (output && proc_handler_call(obs_output_get_proc_handler(output), "get_last_replay", &call))
+		path = calldata_string(&call, "path");
+	const std::string saved = path ? path : "";
+	calldata_free(&call);
+	{
+		std::lock_guard lock(self->mutex_);
+		self->path_ = saved;
+	}
+	if (saved.empty()) {
+		log_warning("A vertical replay was written, but the replay buffer had already gone");
+		return;
+	}
+	log_info("Vertical replay saved: %s", saved.c_str());
+	if (self->on_saved_)
+		self->on_saved_(saved);
 }
 
 } // namespace cv

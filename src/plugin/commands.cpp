@@ -59,6 +59,12 @@ const char *action_name(HotkeyAction action)
 		return "start recording";
 	case HotkeyAction::StopRecording:
 		return "stop recording";
+	case HotkeyAction::StartReplayBuffer:
+		return "start replay buffer";
+	case HotkeyAction::StopReplayBuffer:
+		return "stop replay buffer";
+	case HotkeyAction::SaveReplay:
+		return "save replay";
 	case HotkeyAction::NextScene:
 		return "next scene";
 	case HotkeyAction::PreviousScene:
@@ -84,6 +90,15 @@ void Plugin::on_hotkey(HotkeyAction action)
 		break;
 	case HotkeyAction::StopRecording:
 		error = stop_recording();
+		break;
+	case HotkeyAction::StartReplayBuffer:
+		error = start_replay_buffer();
+		break;
+	case HotkeyAction::StopReplayBuffer:
+		error = stop_replay_buffer();
+		break;
+	case HotkeyAction::SaveReplay:
+		error = save_replay();
 		break;
 	case HotkeyAction::NextScene:
 		error = step_scene(1);
@@ -156,6 +171,42 @@ Error Plugin::stop_recording()
 	if (remote_)
 		remote_->report_changes();
 	return {};
+}
+
+Error Plugin::start_replay_buffer()
+{
+	if (!replay_)
+		return ErrorCode::NoCanvas;
+	if (profile_pending_)
+		return ErrorCode::ProfileSwitching;
+	if (replay_->is_active())
+		return {};
+	BPtr<char> folder = obs_frontend_get_current_record_output_path();
+	const Error error =
+		replay_->start(folder ? folder.Get() : "", host_recording_format(), settings_.replayseconds);
+	if (remote_)
+		remote_->report_changes();
+	return error;
+}
+
+Error Plugin::stop_replay_buffer()
+{
+	if (replay_ && replay_->is_active())
+		replay_->stop();
+	if (remote_)
+		remote_->report_changes();
+	return {};
+}
+
+Error Plugin::save_replay()
+{
+	return replay_ ? replay_->save() : Error(ErrorCode::ReplayNotRunning);
+}
+
+void Plugin::replay_saved(const std::string &path)
+{
+	if (remote_)
+		remote_->report_replay_saved(path);
 }
 
 Error Plugin::step_scene(int step)

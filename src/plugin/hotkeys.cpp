@@ -15,6 +15,9 @@ constexpr const char *kStartStreaming = "CorvaneVertical.StartStreaming";
 constexpr const char *kStopStreaming = "CorvaneVertical.StopStreaming";
 constexpr const char *kStartRecording = "CorvaneVertical.StartRecording";
 constexpr const char *kStopRecording = "CorvaneVertical.StopRecording";
+constexpr const char *kStartReplayBuffer = "CorvaneVertical.StartReplayBuffer";
+constexpr const char *kStopReplayBuffer = "CorvaneVertical.StopReplayBuffer";
+constexpr const char *kSaveReplay = "CorvaneVertical.SaveReplay";
 constexpr const char *kNextScene = "CorvaneVertical.NextScene";
 constexpr const char *kPreviousScene = "CorvaneVertical.PreviousScene";
 
@@ -40,6 +43,12 @@ Hotkeys::Hotkeys(std::function<void(HotkeyAction)> act) : act_(std::move(act))
 						       kStopRecording, obs_module_text("Hotkey.StopRecording"),
 						       on_pair_key<A::StartRecording>, on_pair_key<A::StopRecording>,
 						       this, this);
+	replay_ = obs_hotkey_pair_register_frontend(kStartReplayBuffer, obs_module_text("Hotkey.StartReplayBuffer"),
+						    kStopReplayBuffer, obs_module_text("Hotkey.StopReplayBuffer"),
+						    on_pair_key<A::StartReplayBuffer>, on_pair_key<A::StopReplayBuffer>,
+						    this, this);
+	save_replay_ = obs_hotkey_register_frontend(kSaveReplay, obs_module_text("Hotkey.SaveReplay"),
+						    on_key<A::SaveReplay>, this);
 	next_scene_ = obs_hotkey_register_frontend(kNextScene, obs_module_text("Hotkey.NextScene"),
 						   on_key<A::NextScene>, this);
 	previous_scene_ = obs_hotkey_register_frontend(kPreviousScene, obs_module_text("Hotkey.PreviousScene"),
@@ -51,6 +60,8 @@ Hotkeys::~Hotkeys()
 {
 	obs_hotkey_pair_unregister(streaming_);
 	obs_hotkey_pair_unregister(recording_);
+	obs_hotkey_pair_unregister(replay_);
+	obs_hotkey_unregister(save_replay_);
 	obs_hotkey_unregister(next_scene_);
 	obs_hotkey_unregister(previous_scene_);
 }
@@ -64,6 +75,9 @@ void Hotkeys::load_bindings()
 			     saved_bindings(profile, kStopStreaming));
 	obs_hotkey_pair_load(recording_, saved_bindings(profile, kStartRecording),
 			     saved_bindings(profile, kStopRecording));
+	obs_hotkey_pair_load(replay_, saved_bindings(profile, kStartReplayBuffer),
+			     saved_bindings(profile, kStopReplayBuffer));
+	obs_hotkey_load(save_replay_, saved_bindings(profile, kSaveReplay));
 	obs_hotkey_load(next_scene_, saved_bindings(profile, kNextScene));
 	obs_hotkey_load(previous_scene_, saved_bindings(profile, kPreviousScene));
 }

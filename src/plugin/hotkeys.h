@@ -13,7 +13,17 @@
 
 namespace cv {
 
-enum class HotkeyAction { StartStreaming, StopStreaming, StartRecording, StopRecording, NextScene, PreviousScene };
+enum class HotkeyAction {
+	StartStreaming,
+	StopStreaming,
+	StartRecording,
+	StopRecording,
+	StartReplayBuffer,
+	StopReplayBuffer,
+	SaveReplay,
+	NextScene,
+	PreviousScene,
+};
 
 class Hotkeys {
 public:
@@ -36,6 +46,8 @@ private:
 	QObject context_; // what posted actions run for; they die with it
 	obs_hotkey_pair_id streaming_ = OBS_INVALID_HOTKEY_PAIR_ID;
 	obs_hotkey_pair_id recording_ = OBS_INVALID_HOTKEY_PAIR_ID;
+	obs_hotkey_pair_id replay_ = OBS_INVALID_HOTKEY_PAIR_ID;
+	obs_hotkey_id save_replay_ = OBS_INVALID_HOTKEY_ID;
 	obs_hotkey_id next_scene_ = OBS_INVALID_HOTKEY_ID;
 	obs_hotkey_id previous_scene_ = OBS_INVALID_HOTKEY_ID;
 };

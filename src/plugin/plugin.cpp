@@ -194,6 +194,26 @@ void Plugin::handle_event(enum obs_frontend_event event)
 			recording_->stop();
 		}
 		break;
+	case OBS_FRONTEND_EVENT_REPLAY_BUFFER_STARTED:
+		if (settings_.replaywithmain && replay_ && !replay_->is_active()) {
+			log_info("Main replay buffer started — starting the vertical replay buffer");
+			if (const Error error = start_replay_buffer())
+				log_warning("The vertical replay buffer did not start: %s", english(error).c_str());
+		}
+		break;
+	case OBS_FRONTEND_EVENT_REPLAY_BUFFER_STOPPING:
+	case OBS_FRONTEND_EVENT_REPLAY_BUFFER_STOPPED:
+		if (settings_.replaywithmain && replay_ && replay_->is_active()) {
+			log_info("Main replay buffer stopping — stopping the vertical replay buffer");
+			replay_->stop();
+		}
+		break;
+	case OBS_FRONTEND_EVENT_REPLAY_BUFFER_SAVED:
+		if (settings_.replaywithmain && replay_ && replay_->is_active()) {
+			log_info("Main replay saved — saving the vertical replay");
+			save_replay();
+		}
+		break;
 	case OBS_FRONTEND_EVENT_SCENE_CHANGED:
 		follow_main_scene();
 		break;
@@ -228,6 +248,8 @@ void Plugin::handle_event(enum obs_frontend_event event)
 		}
 		if (recording_)
 			recording_->stop();
+		if (replay_)
+			replay_->stop();
 		break;
 	case OBS_FRONTEND_EVENT_FINISHED_LOADING:
 		settle_collection();
@@ -370,9 +392,13 @@ bool Plugin::build_runtime()
 	output->set_on_idle([this, context] { later(context, [this] { on_output_idle(); }); });
 	canvas_ = std::move(canvas);
 	output_ = std::move(output);
-	recording_ = std::make_unique<VerticalRecording>(*output_, [](const Error &error) {
+	recording_ = std::make_unique<VerticalRecording>(*output_, RecordingKind::File, [](const Error &error) {
 		post_notice(NoticeKind::Recording, {}, error);
 	});
+	replay_ = std::make_unique<VerticalRecording>(
+		*output_, RecordingKind::ReplayBuffer,
+		[](const Error &error) { post_notice(NoticeKind::Replay, {}, error); },
+		[this, context](const std::string &path) { later(context, [this, path] { replay_saved(path); }); });
 	if (collection_read_ && !kept)
 		canvas_->replace_scenes(scenes_);
 	log_debug("Runtime created: %ux%u @ %u/%u fps", canvas_settings.width, canvas_settings.height,
@@ -383,11 +409,13 @@ bool Plugin::build_runtime()
 void Plugin::take_down_runtime(bool keep_canvas)
 {
 	if (dock_)
-		dock_->setRuntime(keep_canvas ? canvas_.get() : nullptr, nullptr, nullptr);
+		dock_->setRuntime(keep_canvas ? canvas_.get() : nullptr, nullptr, nullptr, nullptr);
 	if (canvas_ && collection_read_ && !keep_canvas)
 		scenes_ = canvas_->scene_list();
 	if (recording_)
 		recording_->stop();
+	if (replay_)
+		replay_->stop();
 	if (output_) {
 		output_->stop();
 		// The canvas goes next: nothing may still be encoding it.
@@ -396,6 +424,7 @@ void Plugin::take_down_runtime(bool keep_canvas)
 				    (long long)kTeardownWait.count());
 	}
 	recording_.reset();
+	replay_.reset();
 	output_.reset();
 	if (!keep_canvas)
 		canvas_.reset();
@@ -406,12 +435,13 @@ void Plugin::take_down_runtime(bool keep_canvas)
 void Plugin::show_runtime()
 {
 	if (!dock_ && host_main_window()) {
-		dock_ = new VerticalDock(this, canvas_.get(), output_.get(), recording_.get(), host_main_window());
+		dock_ = new VerticalDock(this, canvas_.get(), output_.get(), recording_.get(), replay_.get(),
+					 host_main_window());
 		add_dock_to_host(dock_, files_.dock());
 		log_info("Vertical Canvas dock registered");
 	}
 	if (dock_)
-		dock_->setRuntime(canvas_.get(), output_.get(), recording_.get());
+		dock_->setRuntime(canvas_.get(), output_.get(), recording_.get(), replay_.get());
 }
 
 // The host resets its video for the new profile right after this, and cannot while
@@ -432,6 +462,8 @@ void Plugin::on_profile_changing()
 	profile_pending_ = true;
 	if (recording_)
 		recording_->stop();
+	if (replay_)
+		replay_->stop();
 	output_->stop();
 }
 
@@ -485,7 +517,7 @@ void Plugin::apply_pending()
 	if (canvas_pending_ && canvas_) {
 		canvas_pending_ = false;
 		if (canvas_->reconfigure(canvas_config(settings_)) && dock_)
-			dock_->setRuntime(canvas_.get(), output_.get(), recording_.get());
+			dock_->setRuntime(canvas_.get(), output_.get(), recording_.get(), replay_.get());
 	}
 	if (host_video_pending_) {
 		host_video_pending_ = false;

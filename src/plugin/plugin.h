@@ -1,7 +1,7 @@
 #pragma once
 
 // The plug-in itself: it owns the settings files, the per-profile runtime (the vertical
-// canvas, the vertical output and the recording, built from the current profile's
+// canvas, the vertical output, the recording and the replay buffer, built from the current profile's
 // settings) and the wiring to the host's front end: its events in the order the host
 // sends them, the scene collection's save and load, the Tools menu item and the dock. The
 // host's UI thread alone calls it.
@@ -60,6 +60,9 @@ public:
 	Error stop_streaming(const std::string &destination_id = {}) override;
 	Error start_recording() override;
 	Error stop_recording() override;
+	Error start_replay_buffer() override;
+	Error stop_replay_buffer() override;
+	Error save_replay() override;
 	Error step_scene(int step) override;
 	Error set_active_scene(const std::string &name) override;
 	Error create_scene(const std::string &name) override;
@@ -80,6 +83,7 @@ public:
 	VerticalCanvas *canvas() const { return canvas_.get(); }
 	VerticalOutput *output() const { return output_.get(); }
 	VerticalRecording *recording() const { return recording_.get(); }
+	VerticalRecording *replay_buffer() const { return replay_.get(); }
 	// From a profile change while something vertical ran until its outputs have stopped
 	// and the new profile is taken up.
 	bool profile_switching() const { return profile_pending_; }
@@ -95,6 +99,8 @@ private:
 	void take_up_profile();
 	void show_runtime();
 	void on_hotkey(HotkeyAction action);
+	// A replay's file is complete: websocket clients and the dock hear of it.
+	void replay_saved(const std::string &path);
 	void scenes_edited();
 	// A layout changed: shown, told, and saved once the edits pause.
 	void layout_edited();
@@ -115,6 +121,7 @@ private:
 	std::unique_ptr<VerticalCanvas> canvas_;
 	std::unique_ptr<VerticalOutput> output_;
 	std::unique_ptr<VerticalRecording> recording_; // shares the output's encode
+	std::unique_ptr<VerticalRecording> replay_;    // so does the replay buffer
 	// The vertical scenes while there is no canvas (between profiles).
 	SceneList scenes_;
 	QPointer<VerticalDock> dock_;

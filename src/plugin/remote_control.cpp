@@ -212,6 +212,18 @@ const struct {
 	 [](Plugin &plugin, obs_data_t *) {
 		 return plugin.stop_recording();
 	 }},
+	{"StartReplayBuffer",
+	 [](Plugin &plugin, obs_data_t *) {
+		 return plugin.start_replay_buffer();
+	 }},
+	{"StopReplayBuffer",
+	 [](Plugin &plugin, obs_data_t *) {
+		 return plugin.stop_replay_buffer();
+	 }},
+	{"SaveReplay",
+	 [](Plugin &plugin, obs_data_t *) {
+		 return plugin.save_replay();
+	 }},
 	{"SetActiveScene",
 	 [](Plugin &plugin, obs_data_t *request) {
 		 std::string scene;
@@ -369,6 +381,7 @@ OBSData RemoteControl::status()
 	obs_data_set_bool(data, "streaming", output && output->is_active());
 	obs_data_set_bool(data, "recording", recording && recording->is_active());
 	obs_data_set_bool(data, "recordingPaused", recording && recording->is_paused());
+	obs_data_set_bool(data, "replayBuffer", plugin_.replay_buffer() && plugin_.replay_buffer()->is_active());
 	obs_data_set_string(data, "activeScene", canvas ? canvas->active_scene_name().c_str() : "");
 
 	// The host's data arrays hold objects only: each scene is {sceneName, hostSceneName,
@@ -431,6 +444,7 @@ void RemoteControl::report_changes()
 		for (const DestinationStatus &status : output->destinations())
 			now.destinations.push_back({status.id, status.name, status.state});
 	now.recording = plugin_.recording() && plugin_.recording()->is_active();
+	now.replay_buffer = plugin_.replay_buffer() && plugin_.replay_buffer()->is_active();
 	now.scene = plugin_.canvas() ? plugin_.canvas()->active_scene_name() : std::string();
 	if (seen_once_) {
 		auto find = [](const Seen &seen, const std::string &id) {
@@ -461,6 +475,11 @@ void RemoteControl::report_changes()
 			obs_data_set_bool(event, "recording", now.recording);
 			emit_event("RecordingStateChanged", event);
 		}
+		if (now.replay_buffer != seen_.replay_buffer) {
+			OBSDataAutoRelease event = obs_data_create();
+			obs_data_set_bool(event, "replayBuffer", now.replay_buffer);
+			emit_event("ReplayBufferStateChanged", event);
+		}
 		if (now.scene != seen_.scene) {
 			OBSDataAutoRelease event = obs_data_create();
 			obs_data_set_string(event, "sceneName", now.scene.c_str());
@@ -469,6 +488,13 @@ void RemoteControl::report_changes()
 	}
 	seen_ = std::move(now);
 	seen_once_ = true;
+}
+
+void RemoteControl::report_replay_saved(const std::string &path)
+{
+	OBSDataAutoRelease event = obs_data_create();
+	obs_data_set_string(event, "path", path.c_str());
+	emit_event("ReplaySaved", event);
 }
 
 void RemoteControl::emit_event(const char *type, obs_data_t *data)

@@ -4,7 +4,8 @@
 // "corvane-vertical-canvas". Requests arrive on the server's threads and are carried out
 // on the host's UI thread, like the dock's buttons; their replies are objects with "ok"
 // and, on failure, "error" (English words) and "errorCode" (a name that stays). Events
-// tell what changed: a destination's state, the recording, the active vertical scene. No
+// tell what changed: a destination's state, the recording, the replay buffer (and each
+// replay saved), the active vertical scene. No
 // reply or event carries a stream key or a secret of an address.
 
 #include "output/vertical_output.h"
@@ -38,6 +39,8 @@ public:
 	void leave_websocket();
 	// Sends an event for each state that changed since the last look.
 	void report_changes();
+	// A replay's file is complete: "ReplaySaved" with its full path.
+	void report_replay_saved(const std::string &path);
 
 	// One request, on the UI thread.
 	OBSData handle(const std::string &type, obs_data_t *request);
@@ -57,6 +60,7 @@ private:
 		};
 		std::vector<Destination> destinations;
 		bool recording = false;
+		bool replay_buffer = false;
 		std::string scene;
 	};
 	Seen seen_;

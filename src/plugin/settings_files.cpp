@@ -149,6 +149,8 @@ const Field kFields[] = {
 	{"lowlatency", &PluginConfig::lowlatency},
 	{"useactivesceneaudio", &PluginConfig::useactivesceneaudio},
 	{"audiotrack", &PluginConfig::audiotrack},
+	{"replayseconds", &PluginConfig::replayseconds},
+	{"replaywithmain", &PluginConfig::replaywithmain},
 };
 
 // The first destination lives in the main section; the others in "Destination2", ...

@@ -30,11 +30,13 @@ QWidget *show_notice(NoticeKind kind, const std::string &name, const Error &erro
 {
 	const QString title = text(kind == NoticeKind::Stream      ? "Error.StreamTitle"
 				   : kind == NoticeKind::Recording ? "Error.RecordingTitle"
+				   : kind == NoticeKind::Replay    ? "Error.ReplayTitle"
 								   : "Notice.Title");
 	const QString about = QString::fromUtf8(name.c_str(), int(name.size()));
 	const QString body = about.isEmpty() ? error_text(error) : about + ": " + error_text(error);
 	auto *parent = static_cast<QWidget *>(obs_frontend_get_main_window());
-	// One notice per destination (or the recording): a newer one replaces its words.
+	// One notice per destination (or the recording, or the replay buffer): a newer one
+	// replaces its words.
 	const QString id = QString("cv-notice-%1-%2").arg(int(kind)).arg(about);
 	QMessageBox *box = nullptr;
 	for (QWidget *window :

@@ -15,7 +15,7 @@ class QWidget;
 
 namespace cv {
 
-enum class NoticeKind { Stream, Recording, Info };
+enum class NoticeKind { Stream, Recording, Replay, Info };
 
 // From any thread; shown later on the UI thread. `name` names a destination (empty for
 // none). Without a Qt application it is only logged.

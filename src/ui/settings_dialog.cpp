@@ -281,6 +281,11 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	behaviour->addRow(autoStartCheck);
 	autoRecordCheck = new QCheckBox(text("Settings.AutoRecord"), this);
 	behaviour->addRow(autoRecordCheck);
+	replaySecondsSpin =
+		make_spin(this, int(kMinReplaySeconds), int(kMaxReplaySeconds), 5, text("Settings.Unit.Seconds"));
+	behaviour->addRow(text("Settings.ReplaySeconds"), replaySecondsSpin);
+	replayWithMainCheck = new QCheckBox(text("Settings.ReplayWithMain"), this);
+	behaviour->addRow(replayWithMainCheck);
 	sceneAudioCheck = new QCheckBox(text("Settings.SceneAudio"), this);
 	behaviour->addRow(sceneAudioCheck);
 	audioTrackCombo = new QComboBox(this);
@@ -307,6 +312,8 @@ void SettingsDialog::build(const std::vector<SettingWarning> &warnings, bool bus
 	fpsDenSpin->setObjectName("fpsDenSpin");
 	autoStartCheck->setObjectName("autoStartCheck");
 	autoRecordCheck->setObjectName("autoRecordCheck");
+	replaySecondsSpin->setObjectName("replaySecondsSpin");
+	replayWithMainCheck->setObjectName("replayWithMainCheck");
 	sceneAudioCheck->setObjectName("sceneAudioCheck");
 	audioTrackCombo->setObjectName("audioTrackCombo");
 	presetCombo->setObjectName("presetCombo");
@@ -349,6 +356,8 @@ void SettingsDialog::load()
 	fpsDenSpin->setValue(clamp_to_int(settings.fpsden));
 	autoStartCheck->setChecked(settings.autostartwithmain);
 	autoRecordCheck->setChecked(settings.autorecordwithmain);
+	replaySecondsSpin->setValue(clamp_to_int(settings.replayseconds));
+	replayWithMainCheck->setChecked(settings.replaywithmain);
 	sceneAudioCheck->setChecked(settings.useactivesceneaudio);
 	const bool trackExists = settings.audiotrack >= 1 && settings.audiotrack <= kAudioTracks;
 	audioTrackCombo->setCurrentIndex(trackExists ? int(settings.audiotrack) - 1 : 0);
@@ -563,6 +572,8 @@ void SettingsDialog::on_save_clicked()
 	settings.fpsden = uint32_t(fpsDenSpin->value());
 	settings.autostartwithmain = autoStartCheck->isChecked();
 	settings.autorecordwithmain = autoRecordCheck->isChecked();
+	settings.replayseconds = uint32_t(replaySecondsSpin->value());
+	settings.replaywithmain = replayWithMainCheck->isChecked();
 	settings.encoder = encoderCombo->currentData().toString().toStdString();
 	settings.encoderpreset = presetCombo->currentData().toString().toStdString();
 	settings.keyintsec = uint32_t(keyintSpin->value());

@@ -90,6 +90,8 @@ private:
 	QSpinBox *fpsDenSpin = nullptr;
 	QCheckBox *autoStartCheck = nullptr;
 	QCheckBox *autoRecordCheck = nullptr;
+	QSpinBox *replaySecondsSpin = nullptr;
+	QCheckBox *replayWithMainCheck = nullptr;
 	QCheckBox *sceneAudioCheck = nullptr;
 	QComboBox *audioTrackCombo = nullptr;
 	QComboBox *presetCombo = nullptr;

@@ -154,12 +154,13 @@ std::pair<QString, const char *> describe(const DestinationStatus &status, const
 } // namespace
 
 VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, VerticalOutput *dockOutput,
-			   VerticalRecording *dockRecording, QWidget *parent)
+			   VerticalRecording *dockRecording, VerticalRecording *dockReplay, QWidget *parent)
 	: QWidget(parent),
 	  commands(dockCommands),
 	  canvas(dockCanvas),
 	  output(dockOutput),
-	  recording(dockRecording)
+	  recording(dockRecording),
+	  replay(dockReplay)
 {
 	setObjectName("CorvaneVerticalCanvasDock");
 	setWindowTitle(text("Dock.Title"));
@@ -287,13 +288,24 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	connect(destinationStatusList, &QListWidget::customContextMenuRequested, this, &VerticalDock::destinationMenu);
 	main->addWidget(destinationStatusList);
 
+	auto *fileButtons = new QHBoxLayout;
 	recordButton = make_button(this, text("Dock.Record"), text("Dock.Record.ToolTip"));
 	connect(recordButton, &QPushButton::clicked, this, &VerticalDock::onRecordClicked);
-	main->addWidget(recordButton);
+	fileButtons->addWidget(recordButton);
+	replayButton = make_button(this, text("Dock.ReplayStart"), text("Dock.ReplayStart.ToolTip"));
+	connect(replayButton, &QPushButton::clicked, this, &VerticalDock::onReplayClicked);
+	fileButtons->addWidget(replayButton);
+	saveReplayButton = make_button(this, text("Dock.ReplaySave"), text("Dock.ReplaySave.ToolTip"));
+	connect(saveReplayButton, &QPushButton::clicked, this, &VerticalDock::onSaveReplayClicked);
+	fileButtons->addWidget(saveReplayButton);
+	main->addLayout(fileButtons);
 	recordingLabel = new QLabel(this);
-	recordingLabel->setAlignment(Qt::AlignCenter);
-	recordingLabel->setWordWrap(true);
-	main->addWidget(recordingLabel);
+	replayLabel = new QLabel(this);
+	for (QLabel *label : {recordingLabel, replayLabel}) {
+		label->setAlignment(Qt::AlignCenter);
+		label->setWordWrap(true);
+		main->addWidget(label);
+	}
 
 	// Named after their members, for automation and style sheets.
 	sceneLabel->setObjectName("sceneLabel");
@@ -314,6 +326,9 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	destinationStatusList->setObjectName("destinationStatusList");
 	recordButton->setObjectName("recordButton");
 	recordingLabel->setObjectName("recordingLabel");
+	replayButton->setObjectName("replayButton");
+	saveReplayButton->setObjectName("saveReplayButton");
+	replayLabel->setObjectName("replayLabel");
 
 	statusTimer = new QTimer(this);
 	statusTimer->setInterval(1000);
@@ -323,11 +338,13 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	onStatusTick();
 }
 
-void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutput, VerticalRecording *newRecording)
+void VerticalDock::setRuntime(VerticalCanvas *newCanvas, VerticalOutput *newOutput, VerticalRecording *newRecording,
+			      VerticalRecording *newReplay)
 {
 	canvas = newCanvas;
 	output = newOutput;
 	recording = newRecording;
+	replay = newReplay;
 	if (preview && preview->currentCanvas() != newCanvas) {
 		preview->setCanvas(newCanvas);
 		preview->update();
@@ -559,6 +576,17 @@ void VerticalDock::onRecordClicked()
 	run([active](Commands &c) { return active ? c.stop_recording() : c.start_recording(); });
 }
 
+void VerticalDock::onReplayClicked()
+{
+	const bool active = replay && replay->is_active();
+	run([active](Commands &c) { return active ? c.stop_replay_buffer() : c.start_replay_buffer(); });
+}
+
+void VerticalDock::onSaveReplayClicked()
+{
+	run([](Commands &c) { return c.save_replay(); });
+}
+
 void VerticalDock::onDestinationToggled(QListWidgetItem *item)
 {
 	if (!item || !output)
@@ -591,6 +619,7 @@ void VerticalDock::onStatusTick()
 							       : std::vector<DestinationStatus>();
 	showDestinations(statuses);
 	showRecording();
+	showReplay();
 	if (!output) {
 		statusLabel->setText(text("Dock.NoOutput"));
 		statusLabel->setStyleSheet(kQuietStyle);
@@ -656,6 +685,26 @@ void VerticalDock::showRecording()
 		recordingLabel->clear();
 	recordingLabel->setStyleSheet(error ? kFailedStyle : kQuietStyle);
 	recordingLabel->setVisible(!recordingLabel->text().isEmpty());
+}
+
+void VerticalDock::showReplay()
+{
+	const bool active = replay && replay->is_active();
+	replayButton->setText(text(active ? "Dock.ReplayStop" : "Dock.ReplayStart"));
+	replayButton->setEnabled(active || output);
+	saveReplayButton->setEnabled(active);
+	const Error error = replay && !active ? replay->error() : Error();
+	const QString saved = replay ? QFileInfo(from_utf8(replay->path())).fileName() : QString();
+	if (error)
+		replayLabel->setText(text("Dock.ReplayFailed").arg(error_text(error)));
+	else if (!saved.isEmpty())
+		replayLabel->setText(text("Dock.ReplaySaved").arg(saved));
+	else if (active)
+		replayLabel->setText(text("Dock.ReplayRunning").arg(replay->replay_seconds()));
+	else
+		replayLabel->clear();
+	replayLabel->setStyleSheet(error ? kFailedStyle : kQuietStyle);
+	replayLabel->setVisible(!replayLabel->text().isEmpty());
 }
 
 QString VerticalDock::currentSceneName() const

@@ -28,7 +28,7 @@ struct Error;
 // The panel in the host's main window: live preview, the vertical scenes with their
 // buttons, Start and Stop for the vertical stream, its status and each destination's
 // (with what it sends while it does; a destination's line starts or stops it alone), and
-// the vertical recording. It keeps no model of its own: lists are read back from the
+// the vertical recording and replay buffer. It keeps no model of its own: lists are read back from the
 // canvas, statuses from the output and the recording, and every action goes through the
 // plug-in's commands, the same the hotkeys and websocket clients use. Nothing it shows
 // blocks the host's window. The canvas, the output and the recording may be replaced or
@@ -38,10 +38,11 @@ class VerticalDock : public QWidget {
 
 public:
 	VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, VerticalOutput *dockOutput,
-		     VerticalRecording *dockRecording, QWidget *parent = nullptr);
+		     VerticalRecording *dockRecording, VerticalRecording *dockReplay, QWidget *parent = nullptr);
 
 	// Any may be null: the dock then shows and does nothing for that part.
-	void setRuntime(VerticalCanvas *canvas, VerticalOutput *output, VerticalRecording *recording);
+	void setRuntime(VerticalCanvas *canvas, VerticalOutput *output, VerticalRecording *recording,
+			VerticalRecording *replay);
 	void setCommands(Commands *newCommands);
 	void refreshSceneList();
 
@@ -58,6 +59,8 @@ public slots:
 	void onStartClicked();
 	void onStopClicked();
 	void onRecordClicked();
+	void onReplayClicked();
+	void onSaveReplayClicked();
 	// Starts the destination of that line when it is not sending, else stops it.
 	void onDestinationToggled(QListWidgetItem *item);
 	// Reads the statuses only, so that it never waits on a connection; once a second.
@@ -69,6 +72,7 @@ private:
 	void run(const std::function<Error(Commands &)> &command);
 	void showDestinations(const std::vector<DestinationStatus> &statuses);
 	void showRecording();
+	void showReplay();
 	void destinationMenu(const QPoint &at);
 	void showTransition();
 	// The open layout dialogs read the canvas again.
@@ -78,6 +82,7 @@ private:
 	VerticalCanvas *canvas = nullptr;
 	VerticalOutput *output = nullptr;
 	VerticalRecording *recording = nullptr;
+	VerticalRecording *replay = nullptr;
 	VerticalPreviewWidget *preview = nullptr;
 	QLabel *sceneLabel = nullptr;
 	QListWidget *sceneList = nullptr;
@@ -97,6 +102,9 @@ private:
 	QListWidget *destinationStatusList = nullptr;
 	QPushButton *recordButton = nullptr;
 	QLabel *recordingLabel = nullptr;
+	QPushButton *replayButton = nullptr;
+	QPushButton *saveReplayButton = nullptr;
+	QLabel *replayLabel = nullptr;
 	QTimer *statusTimer = nullptr;
 };
 
