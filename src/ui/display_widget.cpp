@@ -3,10 +3,15 @@
 #include "base/log.h"
 
 #include <graphics/graphics.h>
+#include <obs-config.h>
 #include <obs-nix-platform.h>
 
 #include <QGuiApplication>
+#include <QPlatformSurfaceEvent>
 #include <QResizeEvent>
+#include <QTimer>
+#include <QWindow>
+#include <qpa/qplatformnativeinterface.h>
 
 #include <algorithm>
 
@@ -15,6 +20,33 @@ namespace cv {
 namespace {
 
 constexpr uint32_t kBackground = 0x080808;
+// How long after Qt made a surface the display is made on it: Qt gives it its role
+// (its place in the parent window's surface) only after announcing it.
+constexpr int kSurfaceSettle = 50; // ms
+
+// Which window system libobs draws for, when Qt runs on the same one.
+enum class WindowSystem { X11, Wayland, Other };
+
+WindowSystem window_system()
+{
+	const QString qt = QGuiApplication::platformName();
+	const obs_nix_platform_type obs = obs_get_nix_platform();
+	if (obs == OBS_NIX_PLATFORM_X11_EGL)
+		return qt == "xcb" ? WindowSystem::X11 : WindowSystem::Other;
+#ifdef ENABLE_WAYLAND
+	if (obs == OBS_NIX_PLATFORM_WAYLAND)
+		return qt.startsWith("wayland") ? WindowSystem::Wayland : WindowSystem::Other;
+#endif
+	return WindowSystem::Other;
+}
+
+// The window's wl_surface, which exists from the time Qt shows the window until it hides
+// it; Qt hands it out only through its platform interface.
+void *wayland_surface(QWindow *window)
+{
+	QPlatformNativeInterface *native = QGuiApplication::platformNativeInterface();
+	return native ? native->nativeResourceForWindow("surface", window) : nullptr;
+}
 
 } // namespace
 
@@ -24,6 +56,7 @@ DisplayWidget::DisplayWidget(QWidget *parent) : QWidget(parent)
 	setAttribute(Qt::WA_NativeWindow);
 	setAttribute(Qt::WA_PaintOnScreen);
 	setAttribute(Qt::WA_NoSystemBackground);
+	watchWindow();
 }
 
 DisplayWidget::~DisplayWidget()
@@ -46,38 +79,142 @@ void DisplayWidget::whileNotDrawing(const std::function<void()> &change)
 		obs_display_add_draw_callback(display, draw, this);
 }
 
+void DisplayWidget::watchWindow()
+{
+	QWindow *window = windowHandle();
+	if (!window || window == watched)
+		return;
+	if (watched)
+		watched->removeEventFilter(this);
+	watched = window;
+	window->installEventFilter(this);
+}
+
+QSize DisplayWidget::pixelSize() const
+{
+	const qreal ratio = devicePixelRatioF();
+	return QSize(std::max(int(width() * ratio), 1), std::max(int(height() * ratio), 1));
+}
+
 void DisplayWidget::showEvent(QShowEvent *event)
 {
 	QWidget::showEvent(event);
-	if (display)
-		return;
-	// The X window, on the display connection libobs already draws with. A Wayland
-	// surface is only reachable through Qt's private API, so there is no picture there.
-	if (obs_get_nix_platform() != OBS_NIX_PLATFORM_X11_EGL || QGuiApplication::platformName() != "xcb") {
-		log_warning("Display widget: the picture needs X11, skipping display create");
-		return;
+	switch (window_system()) {
+	case WindowSystem::X11:
+		createDisplay();
+		break;
+	case WindowSystem::Wayland:
+		// Qt makes the surface right after this event.
+		createSoon();
+		break;
+	case WindowSystem::Other:
+		log_warning(
+			"Display widget: OBS draws for another window system than Qt's '%s', skipping display create",
+			qUtf8Printable(QGuiApplication::platformName()));
+		break;
 	}
-	const WId window = winId();
-	if (!window) {
-		log_warning("Display widget: no native window yet, skipping display create");
-		return;
-	}
+}
 
+void DisplayWidget::createSoon()
+{
+	if (createPending)
+		return;
+	createPending = true;
+	QTimer::singleShot(kSurfaceSettle, this, [this] {
+		createPending = false;
+		createDisplay();
+	});
+}
+
+void DisplayWidget::createDisplay()
+{
+	if (!isVisible())
+		return;
+	const QSize size = pixelSize();
 	gs_init_data init = {};
-	init.cx = uint32_t(std::max(width(), 1));
-	init.cy = uint32_t(std::max(height(), 1));
+	init.cx = uint32_t(size.width());
+	init.cy = uint32_t(size.height());
 	init.format = GS_RGBA;
 	init.zsformat = GS_ZS_NONE;
-	init.window.id = uint32_t(window);
-	init.window.display = obs_get_nix_platform_display();
+
+	switch (window_system()) {
+	case WindowSystem::X11: {
+		if (display)
+			return;
+		// The X window, on the display connection libobs already draws with.
+		const WId window = winId();
+		if (!window) {
+			log_warning("Display widget: no native window yet, skipping display create");
+			return;
+		}
+		init.window.id = uint32_t(window);
+		init.window.display = obs_get_nix_platform_display();
+		break;
+	}
+	case WindowSystem::Wayland: {
+		winId();
+		watchWindow();
+		QWindow *window = windowHandle();
+		void *current = window ? wayland_surface(window) : nullptr;
+		if (display && current == surface)
+			return;
+		// A display on another surface than the window's own is drawing on one Qt has
+		// replaced.
+		destroyDisplay();
+		if (!current) {
+			// Qt 5 does not say when a child window is exposed, so this also runs before
+			// its surface is there; only an exposed window without one is wrong.
+			if (window && window->isExposed())
+				log_warning(
+					"Display widget: the window has no Wayland surface, trying again at its next expose");
+			return;
+		}
+		init.window.display = current;
+		break;
+	}
+	case WindowSystem::Other:
+		return;
+	}
 
 	display = obs_display_create(&init, kBackground);
 	if (!display) {
 		log_error("Display widget: obs_display_create failed");
 		return;
 	}
+	surface = init.window.display;
 	obs_display_add_draw_callback(display, draw, this);
 	log_debug("Display widget: display created (%ux%u)", init.cx, init.cy);
+}
+
+bool DisplayWidget::event(QEvent *event)
+{
+	// Reparenting (a dock floated or docked) can give the widget a new native window.
+	if (event->type() == QEvent::WinIdChange && window_system() == WindowSystem::Wayland) {
+		watchWindow();
+		createSoon();
+	}
+	return QWidget::event(event);
+}
+
+bool DisplayWidget::eventFilter(QObject *object, QEvent *event)
+{
+	if (object != watched || window_system() != WindowSystem::Wayland)
+		return QWidget::eventFilter(object, event);
+	if (event->type() == QEvent::Expose) {
+		createDisplay();
+	} else if (event->type() == QEvent::PlatformSurface) {
+		switch (static_cast<QPlatformSurfaceEvent *>(event)->surfaceEventType()) {
+		case QPlatformSurfaceEvent::SurfaceCreated:
+			// Drawn on once Qt has given the new surface its place in the parent's.
+			createSoon();
+			break;
+		case QPlatformSurfaceEvent::SurfaceAboutToBeDestroyed:
+			// Sent while the surface still exists: libobs must be done with it first.
+			destroyDisplay();
+			break;
+		}
+	}
+	return QWidget::eventFilter(object, event);
 }
 
 void DisplayWidget::hideEvent(QHideEvent *event)
@@ -93,19 +230,31 @@ void DisplayWidget::destroyDisplay()
 	obs_display_remove_draw_callback(display, draw, this);
 	obs_display_destroy(display);
 	display = nullptr;
+	surface = nullptr;
 	log_debug("Display widget: display destroyed");
 }
 
 void DisplayWidget::resizeEvent(QResizeEvent *event)
 {
 	QWidget::resizeEvent(event);
-	if (display)
-		obs_display_resize(display, uint32_t(std::max(width(), 1)), uint32_t(std::max(height(), 1)));
+	if (display) {
+		const QSize size = pixelSize();
+		obs_display_resize(display, uint32_t(size.width()), uint32_t(size.height()));
+	} else if (window_system() == WindowSystem::Wayland) {
+		createSoon();
+	}
 }
 
 void DisplayWidget::draw(void *param, uint32_t cx, uint32_t cy)
 {
+	// The display's clear leaves every pixel opaque, but blending over it lowers the alpha
+	// (the safe area's tint, a scene item's blend mode). A Wayland compositor blends the
+	// window by that alpha and would let what lies under the preview show through: the
+	// picture keeps the clear's alpha, as on X11. (glClear heeds the mask, so it is lifted
+	// again for the next clear.)
+	gs_enable_color(true, true, true, false);
 	static_cast<DisplayWidget *>(param)->drawDisplay(cx, cy);
+	gs_enable_color(true, true, true, true);
 }
 
 void draw_tint(float x, float y, float width, float height, uint32_t argb)

@@ -2,15 +2,22 @@
 
 #include <obs.h>
 
+#include <QPointer>
 #include <QWidget>
 
 #include <functional>
 
+class QWindow;
+
 namespace cv {
 
-// A native window libobs draws into: Qt never paints it. The display is made when the
-// widget shows and goes when it hides; drawDisplay() runs on the graphics thread. Its
-// ancestors stay plain widgets, so the host's window and docks are not made native.
+// A native window libobs draws into: Qt never paints it; drawDisplay() runs on the
+// graphics thread. On X11 the display is made when the widget shows. On Wayland libobs
+// draws on the window's wl_surface, which Qt makes when the window shows and takes away
+// when it hides: the display is made once the surface is there (an expose, the surface's
+// creation, a new native window after a dock floated) and goes before Qt destroys the
+// surface. It goes whenever the widget hides. Its ancestors stay plain widgets, so the
+// host's window and docks are not made native.
 class DisplayWidget : public QWidget {
 	Q_OBJECT
 
@@ -29,14 +36,26 @@ protected:
 	// A subclass calls it in its destructor, before what drawDisplay() reads goes.
 	void destroyDisplay();
 
+	bool event(QEvent *event) override;
 	void showEvent(QShowEvent *event) override;
 	void hideEvent(QHideEvent *event) override;
 	void resizeEvent(QResizeEvent *event) override;
+	bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
 	static void draw(void *param, uint32_t cx, uint32_t cy);
+	void createDisplay();
+	// Wayland: createDisplay() once Qt has settled the window's surface.
+	void createSoon();
+	void watchWindow();
+	QSize pixelSize() const;
 
 	obs_display_t *display = nullptr;
+	// Wayland: the wl_surface the display draws on.
+	void *surface = nullptr;
+	bool createPending = false;
+	// The native window whose expose and surface events tell when a Wayland surface is there.
+	QPointer<QWindow> watched;
 };
 
 // Graphics thread, inside a display's draw: fills a rectangle of the current projection
