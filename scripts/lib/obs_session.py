@@ -1,7 +1,12 @@
 """Runs the real obs program in a throwaway home with the plug-in installed.
 
-Used by the demo and, with what only they need on top, by the end-to-end tests. Everything started here (Xvfb, obs)
-stays a child of this process and is waited for, so nothing is left behind.
+Used by the demo and, with what only they need on top, by the end-to-end tests. Everything started here (Xvfb or
+weston, obs) stays a child of this process and is waited for, so nothing is left behind.
+
+obs runs on X11 (a private Xvfb, or a display given) or, with wayland=True, natively on Wayland under a private
+headless weston. Wayland lets no other client find, close or read another's windows: there the window helpers
+find nothing, screenshots go through the compositor and obs is closed with SIGINT, which obs handles by closing its
+main window.
 """
 
 import json
@@ -22,6 +27,8 @@ PLUGIN = "corvane-vertical-canvas"
 LOG_TAG = "[corvane-obs-vertical]"
 PROFILE = "CV"
 COLLECTION = "CV"
+WAYLAND_SOCKET = "wayland-cv"
+SCREEN = (1600, 1000)
 
 
 def free_port():
@@ -85,7 +92,7 @@ class ObsSession:
 
     def __init__(self, build_dir, base_size=(640, 360), fps=30, root=None,
                  profile_settings=None, keep=False, use_display=None, stream=None, extra_profiles=None,
-                 global_settings=None, hotkeys=None, language=None):
+                 global_settings=None, hotkeys=None, language=None, wayland=False):
         self.build_dir = Path(build_dir)
         self.base_size = base_size
         self.fps = fps
@@ -101,12 +108,15 @@ class ObsSession:
         self.language = language
         self.keep = keep
         self.use_display = use_display
+        self.wayland = wayland
         self.root = Path(root or tempfile.mkdtemp(prefix="cv-obs-"))
         self.home = self.root / "home"
         self.config = self.root / "config"
         self.obs_config = self.config / "obs-studio"
         self.port = free_port()
         self.xvfb = None
+        self.compositor = None
+        self.runtime_dir = self.root / "runtime"
         self.obs = None
         self.display = None
         self.ws = None
@@ -223,15 +233,47 @@ class ObsSession:
             raise ObsError("Xvfb did not start")
         self.display = ":" + number.decode().strip()
 
+    def _start_weston(self, timeout=20):
+        """A headless weston that renders with its CPU renderer, so that its screenshots hold
+        what the clients drew (its default headless renderer draws nothing), with its debug
+        protocols on, which its screenshot client needs."""
+        weston = shutil.which("weston")
+        if not weston:
+            raise ObsError("weston is not installed (scripts/setup installs it)")
+        help_text = subprocess.run([weston, "--help"], capture_output=True, text=True, timeout=30)
+        # Newer westons name the renderer; older ones have only --use-pixman.
+        renderer = "--renderer=pixman" if "--renderer=" in help_text.stdout + help_text.stderr else "--use-pixman"
+        self.runtime_dir.mkdir(mode=0o700, parents=True, exist_ok=True)
+        width, height = SCREEN
+        self.compositor = subprocess.Popen(
+            [weston, "--backend=headless-backend.so", renderer, f"--width={width}", f"--height={height}",
+             f"--socket={WAYLAND_SOCKET}", "--idle-time=0", "--debug", "--no-config",
+             f"--log={self.root / 'weston-log.txt'}"],
+            env={**self._base_env(), "XDG_RUNTIME_DIR": str(self.runtime_dir)},
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL)
+        deadline = time.monotonic() + timeout
+        while not (self.runtime_dir / WAYLAND_SOCKET).exists():
+            if self.compositor.poll() is not None or time.monotonic() > deadline:
+                raise ObsError(f"weston did not start; its log is {self.root / 'weston-log.txt'}")
+            time.sleep(0.1)
+
+    def _base_env(self):
+        return {k: v for k, v in os.environ.items()
+                if not k.startswith(("QT_", "WAYLAND")) and k not in ("DISPLAY", "XDG_RUNTIME_DIR")}
+
     def env(self):
-        env = {k: v for k, v in os.environ.items() if not k.startswith(("QT_", "WAYLAND"))}
-        env.update(HOME=str(self.home), XDG_CONFIG_HOME=str(self.config), DISPLAY=self.display,
-                   QT_QPA_PLATFORM="xcb", LIBGL_ALWAYS_SOFTWARE="1", LANG="C.UTF-8")
-        env.pop("XDG_RUNTIME_DIR", None)
+        env = self._base_env()
+        env.update(HOME=str(self.home), XDG_CONFIG_HOME=str(self.config), LIBGL_ALWAYS_SOFTWARE="1", LANG="C.UTF-8")
+        if self.wayland:
+            env.update(WAYLAND_DISPLAY=WAYLAND_SOCKET, XDG_RUNTIME_DIR=str(self.runtime_dir), QT_QPA_PLATFORM="wayland")
+        else:
+            env.update(DISPLAY=self.display, QT_QPA_PLATFORM="xcb")
         return env
 
     def start(self, timeout=90):
-        if self.use_display:
+        if self.wayland:
+            self._start_weston()
+        elif self.use_display:
             self.display = self.use_display
         else:
             self._start_xvfb()
@@ -327,6 +369,8 @@ class ObsSession:
     # ---- windows -----------------------------------------------------------------------
 
     def _windows(self, top_level_only=False):
+        if self.wayland:
+            return []
         d = xdisplay.Display(self.display)
         d.set_error_handler(lambda *_: None)  # windows may vanish while we look at them
         try:
@@ -365,6 +409,8 @@ class ObsSession:
         return None
 
     def _send_delete(self, wid):
+        if self.wayland:
+            return
         d = xdisplay.Display(self.display)
         d.set_error_handler(lambda *_: None)  # the window may be gone already
         try:
@@ -408,6 +454,10 @@ class ObsSession:
             wid = self.main_window()
             if wid is not None:
                 self._send_delete(wid)
+            elif self.wayland and attempt == 0:
+                # obs closes its main window on SIGINT, as the close button does; once only,
+                # as a second one while it shuts down would be taken as a second close.
+                self.obs.send_signal(signal.SIGINT)
             attempt += 1
             try:
                 # Newer hosts can take several seconds to act on the first request.
@@ -435,7 +485,10 @@ class ObsSession:
             d.close()
 
     def screenshot(self, path, window=None):
-        """Saves the screen, or one window of it, as PNG using ffmpeg's X11 grabber."""
+        """Saves the screen, or one window of it, as PNG using ffmpeg's X11 grabber; on
+        Wayland the whole screen, through weston's own screenshot client."""
+        if self.wayland:
+            return self._wayland_screenshot(path)
         cmd = ["ffmpeg", "-loglevel", "error", "-y", "-f", "x11grab"]
         source = self.display
         if window is not None:
@@ -446,9 +499,23 @@ class ObsSession:
         subprocess.run(cmd, check=True, env={**os.environ, "DISPLAY": self.display}, timeout=30)
         return path
 
+    def _wayland_screenshot(self, path):
+        shots = self.root / "screenshots"
+        shots.mkdir(exist_ok=True)
+        before = set(shots.iterdir())
+        # It names the file by the time and writes it into its working folder.
+        subprocess.run(["weston-screenshooter"], check=True, cwd=shots, timeout=30, stdout=subprocess.DEVNULL,
+                       env={**self._base_env(), "WAYLAND_DISPLAY": WAYLAND_SOCKET,
+                            "XDG_RUNTIME_DIR": str(self.runtime_dir)})
+        made = sorted(set(shots.iterdir()) - before)
+        if not made:
+            raise ObsError("weston-screenshooter wrote no file")
+        shutil.move(str(made[-1]), str(path))
+        return path
+
     def shutdown(self):
         """Ends whatever still runs; always safe to call."""
-        for proc in (self.obs, self.xvfb):
+        for proc in (self.obs, self.xvfb, self.compositor):
             if proc and proc.poll() is None:
                 proc.send_signal(signal.SIGKILL if proc is self.obs else signal.SIGTERM)
                 try:
