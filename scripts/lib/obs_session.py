@@ -180,9 +180,15 @@ class ObsSession:
         if self.language:
             general["General"]["Language"] = self.language
         self.obs_config.mkdir(parents=True, exist_ok=True)
-        # Older hosts read global.ini, newer ones user.ini.
+        # Older hosts read global.ini, newer ones user.ini. A second run in the same home
+        # keeps the dock layout the host saved at its last exit.
         for name in ("global.ini", "user.ini"):
-            (self.obs_config / name).write_text(ini(general))
+            path = self.obs_config / name
+            saved = [line.split("=", 1)[1] for line in (path.read_text().splitlines() if path.exists() else [])
+                     if line.startswith("DockState=")]
+            settings = {**general, "BasicWindow": {**general["BasicWindow"],
+                                                   **({"DockState": saved[0]} if saved else {})}}
+            path.write_text(ini(settings))
         ws_dir = self.obs_config / "plugin_config" / "obs-websocket"
         ws_dir.mkdir(parents=True, exist_ok=True)
         (ws_dir / "config.json").write_text(json.dumps({

@@ -65,14 +65,6 @@ struct PluginConfig {
 	bool replaywithmain = true;
 };
 
-// Placement of the dock in the host's main window, kept for all profiles. `visible`
-// and `floating` are unset until a placement was recorded: the dock then floats, shown.
-struct DockState {
-	std::optional<bool> visible;
-	std::optional<bool> floating;
-	int64_t area = 2;     // Qt::DockWidgetArea when docked
-	std::string geometry; // base64
-};
 
 // The vertical scenes, kept for all profiles: names (UTF-8, compared byte for byte),
 // each with the name of the host scene it shows (empty for none) and how it frames it,

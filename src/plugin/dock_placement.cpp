@@ -1,10 +1,13 @@
 #include "dock_placement.h"
 
+#include "base/log.h"
 #include "ui/texts.h"
 
 #include <obs-frontend-api.h>
 
-#include <QByteArray>
+#include <util/config-file.h>
+
+#include <QDataStream>
 #include <QDockWidget>
 #include <QMainWindow>
 
@@ -18,6 +21,46 @@ QDockWidget *host_dock_widget(QMainWindow *main)
 	return main ? main->findChild<QDockWidget *>(kDockId) : nullptr;
 }
 
+// The host keeps the dock layout it saved at exit (QMainWindow::saveState, base64) in its
+// global settings, which became per-user settings in OBS 31. The layout names each dock
+// widget as QDataStream writes a QString.
+bool host_layout_has_dock()
+{
+#if LIBOBS_API_MAJOR_VER >= 31
+	config_t *config = obs_frontend_get_user_config();
+#else
+	config_t *config = obs_frontend_get_global_config();
+#endif
+	const char *saved = config ? config_get_string(config, "BasicWindow", "DockState") : nullptr;
+	if (!saved || !*saved)
+		return false;
+	QByteArray name;
+	QDataStream out(&name, QIODevice::WriteOnly);
+	out << QString(kDockId);
+	return QByteArray::fromBase64(QByteArray(saved)).contains(name);
+}
+
+QRect screen_rect(const QWidget *widget)
+{
+	return QRect(widget->mapToGlobal(QPoint(0, 0)), widget->size());
+}
+
+const char *area_name(Qt::DockWidgetArea area)
+{
+	switch (area) {
+	case Qt::LeftDockWidgetArea:
+		return "left";
+	case Qt::RightDockWidgetArea:
+		return "right";
+	case Qt::TopDockWidgetArea:
+		return "top";
+	case Qt::BottomDockWidgetArea:
+		return "bottom";
+	default:
+		return "none";
+	}
+}
+
 } // namespace
 
 QMainWindow *host_main_window()
@@ -25,7 +68,7 @@ QMainWindow *host_main_window()
 	return static_cast<QMainWindow *>(obs_frontend_get_main_window());
 }
 
-void add_dock_to_host(QWidget *widget, const DockState &state)
+void add_dock_to_host(QWidget *widget)
 {
 	QMainWindow *main = host_main_window();
 #if LIBOBS_API_MAJOR_VER >= 30
@@ -38,32 +81,40 @@ void add_dock_to_host(QWidget *widget, const DockState &state)
 	wrapper->setWidget(widget);
 	obs_frontend_add_dock(wrapper);
 #endif
+}
+
+void settle_dock()
+{
+	QMainWindow *main = host_main_window();
 	QDockWidget *dock = host_dock_widget(main);
 	if (!dock)
 		return;
-	if (!state.geometry.empty())
-		dock->restoreGeometry(QByteArray::fromBase64(QByteArray::fromStdString(state.geometry)));
-	if (!state.floating.value_or(true)) {
-		main->removeDockWidget(dock);
-		main->addDockWidget(state.area > 0 ? Qt::DockWidgetArea(state.area) : Qt::RightDockWidgetArea, dock);
-		dock->setFloating(false);
-	} else {
-		dock->setFloating(true);
+	if (host_layout_has_dock()) {
+		log_info("Dock placed by the host's saved layout");
+		return;
 	}
-	dock->setVisible(state.visible.value_or(true));
+	main->addDockWidget(Qt::RightDockWidgetArea, dock);
+	dock->setFloating(false);
+	dock->show();
+	log_info("Dock placed on the right of the host's preview");
 }
 
-std::optional<DockState> dock_placement()
+std::optional<DockPlacement> dock_placement()
 {
 	QMainWindow *main = host_main_window();
 	QDockWidget *dock = host_dock_widget(main);
 	if (!dock)
 		return std::nullopt;
-	DockState now;
+	DockPlacement now;
 	now.visible = dock->isVisible();
 	now.floating = dock->isFloating();
-	now.area = int64_t(main->dockWidgetArea(dock));
-	now.geometry = dock->saveGeometry().toBase64().toStdString();
+	now.area = now.floating ? "none" : area_name(main->dockWidgetArea(dock));
+	if (now.visible) {
+		const QRect mine = screen_rect(dock);
+		for (const QDockWidget *other : main->findChildren<QDockWidget *>())
+			if (other != dock && other->isVisible() && screen_rect(other).intersects(mine))
+				now.covers.push_back(other->objectName().toStdString());
+	}
 	return now;
 }
 

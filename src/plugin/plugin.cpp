@@ -123,6 +123,8 @@ bool Plugin::load()
 
 void Plugin::post_load()
 {
+	// Before the host restores its dock layout, which then places the dock too.
+	show_runtime();
 	auto remote = std::make_unique<RemoteControl>(*this);
 	if (remote->join_websocket())
 		remote_ = std::move(remote);
@@ -237,11 +239,6 @@ void Plugin::handle_event(enum obs_frontend_event event)
 		// The websocket server stops with the host.
 		if (remote_)
 			remote_->leave_websocket();
-		if (const std::optional<DockState> placement = dock_placement()) {
-			files_.set_dock(*placement);
-			log_info("Dock state saved (floating=%s, visible=%s)", *placement->floating ? "yes" : "no",
-				 *placement->visible ? "yes" : "no");
-		}
 		if (output_ && output_->is_active()) {
 			log_info("OBS exiting — stopping vertical output");
 			output_->stop();
@@ -253,7 +250,9 @@ void Plugin::handle_event(enum obs_frontend_event event)
 		break;
 	case OBS_FRONTEND_EVENT_FINISHED_LOADING:
 		settle_collection();
-		show_runtime();
+		if (!dock_)
+			show_runtime();
+		settle_dock();
 		break;
 	default:
 		break;
@@ -437,7 +436,7 @@ void Plugin::show_runtime()
 	if (!dock_ && host_main_window()) {
 		dock_ = new VerticalDock(this, canvas_.get(), output_.get(), recording_.get(), replay_.get(),
 					 host_main_window());
-		add_dock_to_host(dock_, files_.dock());
+		add_dock_to_host(dock_);
 		log_info("Vertical Canvas dock registered");
 	}
 	if (dock_)

@@ -1,5 +1,6 @@
 #include "remote_control.h"
 
+#include "dock_placement.h"
 #include "plugin.h"
 #include "scene_collection.h"
 
@@ -405,6 +406,20 @@ OBSData RemoteControl::status()
 	write_transition(transition, canvas ? canvas->transition() : TransitionSettings());
 	obs_data_set_obj(data, "transition", transition);
 	obs_data_set_bool(data, "followMainScene", canvas && canvas->follow_main());
+	if (const std::optional<DockPlacement> placement = dock_placement()) {
+		OBSDataAutoRelease dock = obs_data_create();
+		obs_data_set_bool(dock, "visible", placement->visible);
+		obs_data_set_bool(dock, "floating", placement->floating);
+		obs_data_set_string(dock, "area", placement->area.c_str());
+		OBSDataArrayAutoRelease covers = obs_data_array_create();
+		for (const std::string &name : placement->covers) {
+			OBSDataAutoRelease entry = obs_data_create();
+			obs_data_set_string(entry, "dockName", name.c_str());
+			obs_data_array_push_back(covers, entry);
+		}
+		obs_data_set_array(dock, "covers", covers);
+		obs_data_set_obj(data, "dock", dock);
+	}
 
 	// Without a canvas (a profile whose canvas cannot be built), the one it asks for.
 	const PluginConfig &settings = plugin_.settings();

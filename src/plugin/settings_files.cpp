@@ -179,22 +179,6 @@ std::string scene_key(uint64_t position, const char *what)
 void SettingsFiles::open_global()
 {
 	open_file(global_, host_string(obs_module_get_config_path(obs_current_module(), kGlobalConfigFile)), "global");
-	dock_ = {};
-	if (!global_)
-		return;
-	// Read before the defaults are registered: newer hosts count a registered default
-	// as a value in the file.
-	if (config_has_user_value(global_, kSection, "dockvisible"))
-		dock_.visible = config_get_bool(global_, kSection, "dockvisible");
-	if (config_has_user_value(global_, kSection, "dockfloating"))
-		dock_.floating = config_get_bool(global_, kSection, "dockfloating");
-	const DockState defaults;
-	config_set_default_bool(global_, kSection, "dockvisible", true);
-	config_set_default_bool(global_, kSection, "dockfloating", true);
-	config_set_default_int(global_, kSection, "dockarea", defaults.area);
-	config_set_default_string(global_, kSection, "dockgeometry", "");
-	dock_.area = config_get_int(global_, kSection, "dockarea");
-	dock_.geometry = get_string(global_, kSection, "dockgeometry");
 }
 
 void SettingsFiles::open_profile()
@@ -297,17 +281,6 @@ void SettingsFiles::set_profile(const PluginConfig &c)
 		config_set_string(profile_, section.c_str(), "service", d.service.c_str());
 	}
 	save_file(profile_, "profile");
-}
-
-void SettingsFiles::set_dock(const DockState &state)
-{
-	dock_ = state;
-	if (!global_)
-		return;
-	config_set_bool(global_, kSection, "dockvisible", state.visible.value_or(true));
-	config_set_bool(global_, kSection, "dockfloating", state.floating.value_or(true));
-	config_set_int(global_, kSection, "dockarea", state.area);
-	config_set_string(global_, kSection, "dockgeometry", state.geometry.c_str());
 }
 
 SceneList SettingsFiles::scenes() const

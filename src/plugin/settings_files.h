@@ -25,10 +25,6 @@ public:
 	// Written into the profile's file, which is saved.
 	void set_profile(const PluginConfig &config);
 
-	DockState dock() const { return dock_; }
-	// Written into the global file, saved with the next save.
-	void set_dock(const DockState &state);
-
 	// The vertical scenes earlier versions kept for all scene collections: where a
 	// collection without vertical scenes of its own starts from.
 	SceneList scenes() const;
@@ -39,7 +35,6 @@ public:
 private:
 	ConfigFile global_;
 	ConfigFile profile_;
-	DockState dock_;
 };
 
 } // namespace cv

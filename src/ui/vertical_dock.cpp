@@ -288,17 +288,17 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	connect(destinationStatusList, &QListWidget::customContextMenuRequested, this, &VerticalDock::destinationMenu);
 	main->addWidget(destinationStatusList);
 
-	auto *fileButtons = new QHBoxLayout;
 	recordButton = make_button(this, text("Dock.Record"), text("Dock.Record.ToolTip"));
 	connect(recordButton, &QPushButton::clicked, this, &VerticalDock::onRecordClicked);
-	fileButtons->addWidget(recordButton);
+	main->addWidget(recordButton);
+	auto *replayButtons = new QHBoxLayout;
 	replayButton = make_button(this, text("Dock.ReplayStart"), text("Dock.ReplayStart.ToolTip"));
 	connect(replayButton, &QPushButton::clicked, this, &VerticalDock::onReplayClicked);
-	fileButtons->addWidget(replayButton);
+	replayButtons->addWidget(replayButton);
 	saveReplayButton = make_button(this, text("Dock.ReplaySave"), text("Dock.ReplaySave.ToolTip"));
 	connect(saveReplayButton, &QPushButton::clicked, this, &VerticalDock::onSaveReplayClicked);
-	fileButtons->addWidget(saveReplayButton);
-	main->addLayout(fileButtons);
+	replayButtons->addWidget(saveReplayButton);
+	main->addLayout(replayButtons);
 	recordingLabel = new QLabel(this);
 	replayLabel = new QLabel(this);
 	for (QLabel *label : {recordingLabel, replayLabel}) {

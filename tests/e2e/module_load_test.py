@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
-"""The real obs loads the plug-in, which keeps the dock's place across a restart and the
-vertical scenes in the scene collection, following a host scene the user renamed; a
-hand-edited canvas falls back to its default, with a warning, and is kept."""
+"""The real obs loads the plug-in: its dock starts docked beside the host's docks and comes
+back through the host's own saved layout, the vertical scenes are kept in the scene
+collection, following a host scene the user renamed; a hand-edited canvas falls back to
+its default, with a warning, and is kept."""
 
+import base64
 import shutil
 import time
 import unittest
@@ -30,7 +32,9 @@ class ModuleLoad(unittest.TestCase):
     def test_dock_and_scenes_come_back_after_a_restart(self):
         first = start_obs(self, keep=True)
         self.addCleanup(shutil.rmtree, first.root, ignore_errors=True)
-        self.assertIsNotNone(first.wait_for_window(DOCK), "a first start shows the dock floating")
+        docked = {"visible": True, "floating": False, "area": "right", "covers": []}
+        self.assertEqual(first.vendor("GetStatus")["dock"], docked)
+        self.assertIsNone(first.wait_for_window(DOCK, timeout=2), "the dock should be docked, not floating")
         for kind, data in [("CreateScene", {"sceneName": "Intro"}),
                            ("AssignHostScene", {"sceneName": "Intro", "hostSceneName": "Main"}),
                            ("SetActiveScene", {"sceneName": "Intro"})]:
@@ -40,27 +44,27 @@ class ModuleLoad(unittest.TestCase):
         self.assertTrue(wait_until(lambda: ("Intro", "Stage") in assignments(first.vendor("GetStatus")["scenes"])))
         self.green_recording(first)
         first.expect_clean_close(self)
-        self.assertIn("dockfloating=true", (first.plugin_config_dir / "settings-global.ini").read_text())
+        # The host saved the dock with its own layout (global.ini; user.ini from OBS 31).
+        name = len(PLUGIN * 2).to_bytes(4, "big") + PLUGIN.encode("utf-16-be")
+        layouts = [line.split("=", 1)[1] for f in ("global.ini", "user.ini") if (first.obs_config / f).exists()
+                   for line in (first.obs_config / f).read_text().splitlines() if line.startswith("DockState=")]
+        self.assertTrue(any(name in base64.b64decode(layout) for layout in layouts), layouts)
         saved = first.saved_vertical_scenes()
         self.assertEqual((saved["active"], saved["scenes"][-1]["name"], saved["scenes"][-1]["hostScene"]),
                          ("Intro", "Intro", "Stage"))
 
-        # Docked on the left, as the user left it last time.
-        dock = {"dockfloating": "false", "dockvisible": "true", "dockarea": 1, "dockgeometry": ""}
-        second = start_obs(self, root=first.root, global_settings={"VerticalCanvas": dock})
-        self.assertIsNone(second.wait_for_window(DOCK, timeout=2), "the dock should be docked, not floating")
+        second = start_obs(self, root=first.root)
         status = second.vendor("GetStatus")
+        self.assertEqual(status["dock"], docked)
+        self.assertIn("Dock placed by the host's saved layout", second.log_text())
         self.assertEqual((status["activeScene"], assignments(status["scenes"])[-1]), ("Intro", ("Intro", "Stage")))
         self.green_recording(second)
         second.expect_clean_close(self)
-        stored = (second.plugin_config_dir / "settings-global.ini").read_text()
-        for line in ("dockfloating=false", "dockarea=1"):
-            self.assertIn(line, stored)
 
     @retry_after_host_crash
     def test_a_hand_edited_canvas_falls_back_and_is_kept(self):
         obs = start_obs(self, profile_settings={"canvaswidth": 0})
-        self.assertIsNotNone(obs.wait_for_window(DOCK), "the plug-in loads all the same")
+        self.assertTrue(obs.vendor("GetStatus")["dock"]["visible"], "the plug-in loads all the same")
         self.assertEqual(obs.vendor("GetStatus")["canvas"]["width"], 1080)
         self.assertIn("canvaswidth=0 cannot be used", obs.log_text())
         obs.expect_clean_close(self)

@@ -22,6 +22,8 @@ config_t *profile_config = nullptr;
 // The profile's settings when the test gives none; libobs counts its memory.
 ConfigFile own_profile_config;
 QMainWindow *main_window = nullptr;
+// The host's own settings (global.ini, user.ini from OBS 31): its saved dock layout.
+ConfigFile host_config;
 std::vector<std::pair<obs_frontend_event_cb, void *>> callbacks;
 obs_weak_source_t *current_scene = nullptr;
 std::vector<std::pair<obs_frontend_save_cb, void *>> save_callbacks;
@@ -33,14 +35,12 @@ template<typename Callback> void forget(std::vector<std::pair<Callback, void *>>
 		list.erase(it);
 }
 OBSDataAutoRelease collection;
-void (*add_dock_hook)() = nullptr;
+void (*profile_config_hook)() = nullptr;
 
 void added_dock(QDockWidget *dock)
 {
 	if (main_window)
 		main_window->addDockWidget(Qt::RightDockWidgetArea, dock);
-	if (auto *hook = std::exchange(add_dock_hook, nullptr))
-		hook();
 }
 
 // The time spent in the host's video resets.
@@ -102,7 +102,8 @@ void reset()
 	callbacks.clear();
 	save_callbacks.clear();
 	collection = nullptr;
-	add_dock_hook = nullptr;
+	profile_config_hook = nullptr;
+	host_config.Close();
 	obs_weak_source_release(current_scene);
 	current_scene = nullptr;
 }
@@ -120,9 +121,31 @@ void switch_scene(obs_source_t *scene)
 	fire_event(OBS_FRONTEND_EVENT_SCENE_CHANGED);
 }
 
-void on_next_add_dock(void (*hook)())
+void on_next_profile_config(void (*hook)())
 {
-	add_dock_hook = hook;
+	profile_config_hook = hook;
+}
+
+void set_saved_dock_layout(const std::string &base64)
+{
+	if (!host_config)
+		host_config.OpenString("");
+	config_set_string(host_config, "BasicWindow", "DockState", base64.c_str());
+}
+
+void restore_dock_layout()
+{
+	if (!main_window)
+		return;
+	const char *saved = host_config ? config_get_string(host_config, "BasicWindow", "DockState") : nullptr;
+	if (saved && *saved && main_window->restoreState(QByteArray::fromBase64(saved)))
+		return;
+	// The host's "reset docks": every dock of a plug-in floats, hidden.
+	for (QDockWidget *dock : main_window->findChildren<QDockWidget *>())
+		if (dock->objectName().startsWith("corvane")) {
+			dock->setFloating(true);
+			dock->hide();
+		}
 }
 
 obs_data_t *saved_collection()
@@ -193,7 +216,19 @@ char *obs_frontend_get_current_record_output_path(void)
 
 config_t *obs_frontend_get_profile_config(void)
 {
+	if (auto *hook = std::exchange(profile_config_hook, nullptr))
+		hook();
 	return profile_config;
+}
+
+config_t *obs_frontend_get_global_config(void)
+{
+	return host_config;
+}
+
+config_t *obs_frontend_get_user_config(void)
+{
+	return host_config;
 }
 
 void *obs_frontend_get_main_window(void)

@@ -21,9 +21,15 @@ void reset();
 
 // Delivers a front-end event to every callback added, as the host does.
 void fire_event(int event);
-// Runs `hook` inside the next dock registration, as a host would that raises an event
-// from inside a call the plug-in makes.
-void on_next_add_dock(void (*hook)());
+// Runs `hook` inside the plug-in's next look at the profile's settings, as a host would
+// that raises an event from inside a call the plug-in makes.
+void on_next_profile_config(void (*hook)());
+// The dock layout the host saved at its last exit (its main window's saveState in base64,
+// kept in its own settings); none before the first exit.
+void set_saved_dock_layout(const std::string &base64);
+// The host's start-up once modules are loaded: the saved dock layout restored, or without
+// one, its reset of the docks, which floats and hides those of plug-ins.
+void restore_dock_layout();
 
 // The scene collection's module data as the plug-in last saved it (the host saves on
 // obs_frontend_save); a new reference.

@@ -53,7 +53,10 @@ protected:
 	void SetUp() override
 	{
 		UiTest::SetUp();
+		// Shown, as the host's is by the time its modules load.
 		window_ = std::make_unique<QMainWindow>();
+		window_->resize(1280, 800);
+		window_->show();
 		cvtest::frontend::set_main_window(window_.get());
 	}
 	void TearDown() override
@@ -63,13 +66,16 @@ protected:
 		UiTest::TearDown();
 	}
 	// Loads with this profile file ("key=value" lines) up to the front end's "finished
-	// loading". A plug-in loaded before goes first: it saves its files as it unloads.
+	// loading", in the host's order: modules loaded, then its dock layout restored. A
+	// plug-in loaded before goes first: it saves its files as it unloads.
 	void load(const std::string &profile)
 	{
 		plugin_.reset();
 		cvtest::write_file(profile_file(), "[VerticalCanvas]\n" + profile);
 		plugin_ = std::make_unique<cv::Plugin>();
 		EXPECT_TRUE(plugin_->load());
+		plugin_->post_load();
+		cvtest::frontend::restore_dock_layout();
 		fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
 	}
 	static void fire(obs_frontend_event event) { cvtest::frontend::fire_event(event); }

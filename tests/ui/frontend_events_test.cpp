@@ -26,6 +26,7 @@
 #include <util/util.hpp>
 
 #include <chrono>
+#include <tuple>
 
 namespace {
 
@@ -157,12 +158,19 @@ TEST_F(FrontendEventsTest, TheVerticalStreamFollowsTheMainStreamOrTheDock)
 	EXPECT_LT(check.video_seconds, wall - 2.0) << "the paused three seconds are not in it";
 }
 
-// The host raises an event from inside the dock's registration: it is dropped rather
-// than handled inside the one being handled.
+// The host raises an event from inside a call the plug-in makes while it handles one: it
+// is dropped rather than handled inside the one being handled.
 TEST_F(FrontendEventsTest, AnEventRaisedWhileOneIsHandledIsDropped)
 {
-	cvtest::frontend::on_next_add_dock([] { fire(OBS_FRONTEND_EVENT_STREAMING_STARTING); });
 	load("rtmpurl=rtmp://127.0.0.1:1/live\nstreamkey=k\ncanvaswidth=360\ncanvasheight=640\n");
+	static bool raised;
+	raised = false;
+	cvtest::frontend::on_next_profile_config([] {
+		raised = true;
+		fire(OBS_FRONTEND_EVENT_STREAMING_STARTING);
+	});
+	fire(OBS_FRONTEND_EVENT_PROFILE_CHANGED);
+	EXPECT_TRUE(raised);
 	EXPECT_EQ(cvtest::log_count("auto-starting vertical output"), 0u);
 	// A second "finished loading" makes no second dock.
 	fire(OBS_FRONTEND_EVENT_FINISHED_LOADING);
@@ -170,27 +178,39 @@ TEST_F(FrontendEventsTest, AnEventRaisedWhileOneIsHandledIsDropped)
 	EXPECT_EQ(host_dock()->widget(), static_cast<QWidget *>(plugin_->dock()));
 }
 
-// The first start of all floats the dock, shown; later starts place it as recorded at
-// the last exit.
-TEST_F(FrontendEventsTest, TheDockComesBackAsTheUserLeftIt)
+// The first start docks the dock on the right, shown, covering none of the host's docks;
+// later starts leave it where the host's own saved layout puts it.
+TEST_F(FrontendEventsTest, TheDockComesBackWhereTheHostsLayoutHasIt)
 {
+	auto *scenes = new QDockWidget("Scenes", window_.get());
+	scenes->setObjectName("scenesDock");
+	window_->addDockWidget(Qt::BottomDockWidgetArea, scenes);
+	window_->show();
 	load("canvaswidth=360\ncanvasheight=640\n");
 	ASSERT_NE(host_dock(), nullptr);
-	EXPECT_TRUE(host_dock()->isFloating());
-	EXPECT_FALSE(host_dock()->isHidden());
-	window_->show();
-	window_->addDockWidget(Qt::LeftDockWidgetArea, host_dock());
-	host_dock()->setFloating(false);
-	host_dock()->hide();
+	ASSERT_TRUE(cvtest::wait_until(
+		[&] {
+			cvtest::process_events_for(20);
+			return host_dock()->isVisible();
+		},
+		5000));
+	const std::optional<cv::DockPlacement> first = cv::dock_placement();
+	ASSERT_TRUE(first);
+	EXPECT_EQ((std::tuple{first->floating, first->area, first->covers}),
+		  (std::tuple{false, std::string("right"), std::vector<std::string>()}));
+
+	// The user tabs it with the host's Scenes dock; the host saves its layout at exit.
+	window_->tabifyDockWidget(scenes, host_dock());
 	fire(OBS_FRONTEND_EVENT_EXIT);
+	cvtest::frontend::set_saved_dock_layout(window_->saveState().toBase64().toStdString());
 	plugin_.reset();
 	delete host_dock();
 
 	load("canvaswidth=360\ncanvasheight=640\n");
 	ASSERT_NE(host_dock(), nullptr);
-	EXPECT_FALSE(host_dock()->isFloating());
-	EXPECT_TRUE(host_dock()->isHidden());
-	EXPECT_EQ(window_->dockWidgetArea(host_dock()), Qt::LeftDockWidgetArea);
+	EXPECT_EQ(window_->dockWidgetArea(host_dock()), Qt::BottomDockWidgetArea);
+	EXPECT_EQ(window_->tabifiedDockWidgets(scenes), QList<QDockWidget *>{host_dock()});
+	EXPECT_EQ(cvtest::log_count("Dock placed by the host's saved layout"), 1u);
 }
 
 // With only the vertical stream live, a profile switch stops it without holding up the
