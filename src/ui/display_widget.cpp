@@ -40,8 +40,8 @@ WindowSystem window_system()
 	return WindowSystem::Other;
 }
 
-// The window's wl_surface, which exists from the time Qt shows the window until it hides
-// it; Qt hands it out only through its platform interface.
+// The window's wl_surface, which Qt makes when it first shows the window (Qt 5 destroys it
+// again when it hides the window); Qt hands it out only through its platform interface.
 void *wayland_surface(QWindow *window)
 {
 	QPlatformNativeInterface *native = QGuiApplication::platformNativeInterface();
@@ -198,11 +198,13 @@ bool DisplayWidget::event(QEvent *event)
 
 bool DisplayWidget::eventFilter(QObject *object, QEvent *event)
 {
-	if (object != watched || window_system() != WindowSystem::Wayland)
+	const QEvent::Type type = event->type();
+	if (object != watched || (type != QEvent::Expose && type != QEvent::PlatformSurface) ||
+	    window_system() != WindowSystem::Wayland)
 		return QWidget::eventFilter(object, event);
-	if (event->type() == QEvent::Expose) {
+	if (type == QEvent::Expose) {
 		createDisplay();
-	} else if (event->type() == QEvent::PlatformSurface) {
+	} else {
 		switch (static_cast<QPlatformSurfaceEvent *>(event)->surfaceEventType()) {
 		case QPlatformSurfaceEvent::SurfaceCreated:
 			// Drawn on once Qt has given the new surface its place in the parent's.
