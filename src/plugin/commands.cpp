@@ -149,53 +149,49 @@ std::string Plugin::destination_id(const std::string &name) const
 	return {};
 }
 
-Error Plugin::start_recording()
+// Into the host's recording folder, in its recording format.
+Error Plugin::start_file_output(VerticalRecording *file_output, uint32_t replay_seconds)
 {
-	if (!recording_)
+	if (!file_output)
 		return ErrorCode::NoCanvas;
 	if (profile_pending_)
 		return ErrorCode::ProfileSwitching;
-	if (recording_->is_active())
+	if (file_output->is_active())
 		return {};
 	BPtr<char> folder = obs_frontend_get_current_record_output_path();
-	const Error error = recording_->start(folder ? folder.Get() : "", host_recording_format());
+	const Error error = file_output->start(folder ? folder.Get() : "", host_recording_format(), replay_seconds);
 	if (remote_)
 		remote_->report_changes();
 	return error;
+}
+
+Error Plugin::stop_file_output(VerticalRecording *file_output)
+{
+	if (file_output && file_output->is_active())
+		file_output->stop();
+	if (remote_)
+		remote_->report_changes();
+	return {};
+}
+
+Error Plugin::start_recording()
+{
+	return start_file_output(recording_.get());
 }
 
 Error Plugin::stop_recording()
 {
-	if (recording_ && recording_->is_active())
-		recording_->stop();
-	if (remote_)
-		remote_->report_changes();
-	return {};
+	return stop_file_output(recording_.get());
 }
 
 Error Plugin::start_replay_buffer()
 {
-	if (!replay_)
-		return ErrorCode::NoCanvas;
-	if (profile_pending_)
-		return ErrorCode::ProfileSwitching;
-	if (replay_->is_active())
-		return {};
-	BPtr<char> folder = obs_frontend_get_current_record_output_path();
-	const Error error =
-		replay_->start(folder ? folder.Get() : "", host_recording_format(), settings_.replayseconds);
-	if (remote_)
-		remote_->report_changes();
-	return error;
+	return start_file_output(replay_.get(), settings_.replayseconds);
 }
 
 Error Plugin::stop_replay_buffer()
 {
-	if (replay_ && replay_->is_active())
-		replay_->stop();
-	if (remote_)
-		remote_->report_changes();
-	return {};
+	return stop_file_output(replay_.get());
 }
 
 Error Plugin::save_replay()

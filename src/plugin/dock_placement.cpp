@@ -9,6 +9,7 @@
 
 #include <QDataStream>
 #include <QDockWidget>
+#include <QIODevice>
 #include <QMainWindow>
 
 namespace cv {
@@ -70,13 +71,12 @@ QMainWindow *host_main_window()
 
 void add_dock_to_host(QWidget *widget)
 {
-	QMainWindow *main = host_main_window();
 #if LIBOBS_API_MAJOR_VER >= 30
 	obs_frontend_add_dock_by_id(kDockId, obs_module_text("Dock.Title"), widget);
 #else
 	// Older hosts take a ready dock widget; it gets the id as object name so that
 	// everything else finds it the same way.
-	auto *wrapper = new QDockWidget(text("Dock.Title"), main);
+	auto *wrapper = new QDockWidget(text("Dock.Title"), host_main_window());
 	wrapper->setObjectName(kDockId);
 	wrapper->setWidget(widget);
 	obs_frontend_add_dock(wrapper);

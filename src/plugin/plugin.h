@@ -99,6 +99,8 @@ private:
 	void take_up_profile();
 	void show_runtime();
 	void on_hotkey(HotkeyAction action);
+	Error start_file_output(VerticalRecording *file_output, uint32_t replay_seconds = 0);
+	Error stop_file_output(VerticalRecording *file_output);
 	// A replay's file is complete: websocket clients and the dock hear of it.
 	void replay_saved(const std::string &path);
 	void scenes_edited();
