@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The real obs, running natively on Wayland under a headless weston, shows the vertical
 canvas in the dock's preview: the compositor's own screenshot has the canvas's picture,
-upright and 9:16, where only the plug-in's preview can draw it."""
+9:16 and upright, in colours only the plug-in's preview can draw."""
 
 import json
 import shutil
@@ -9,33 +9,32 @@ import subprocess
 import sys
 import unittest
 
-from e2e_session import COLLECTION, KEEP, E2eSession, main, retry_after_host_crash, wait_until
+from e2e_session import COLLECTION, E2eSession, main, retry_after_host_crash, wait_until
 
 from obs_session import colour_abgr, three_band_collection
 
-# The vertical scene shows an OBS scene that is not on air, magenta above yellow, so its
-# colours show nowhere on screen but in the plug-in's preview (OBS's own shows "Main").
-MAGENTA, YELLOW = (255, 0, 255), (255, 255, 0)
-SCENES = {"Scenes": {"count": 1, "activescene": "Phone", "scene_0_name": "Phone", "scene_0_source": "Phone"},
+# The vertical scene "Phone" fits OBS's scene on a magenta background, a colour that shows
+# nowhere on screen but in the plug-in's preview. The scene's top half is red on the left
+# and green on the right, its bottom half blue, so a mirrored or upside-down picture shows.
+RED, GREEN, BLUE, MAGENTA = (255, 0, 0), (0, 255, 0), (0, 0, 255), (255, 0, 255)
+SCENES = {"Scenes": {"count": 1, "activescene": "Phone", "scene_0_name": "Phone", "scene_0_source": "Main"},
           "VerticalCanvas": {"dockfloating": "false", "dockvisible": "true", "dockarea": 1, "dockgeometry": ""}}
+FIT_ON_MAGENTA = {"sceneName": "Phone", "layout": "fit", "background": "#FF00FF"}
+# Where in the canvas (fractions of its width and height) which colour shows.
+SAMPLES = [((0.5, 0.1), MAGENTA), ((0.25, 0.43), RED), ((0.75, 0.43), GREEN), ((0.5, 0.57), BLUE),
+           ((0.5, 0.9), MAGENTA)]
 
 
-def phone_collection(width, height):
-    """OBS's "Main" (three bands) and "Phone": its top third magenta, its bottom third
-    yellow, nothing between them."""
+def quarters_collection(width, height):
+    """OBS's scene "Main": red top left, green top right, blue bottom half."""
     collection = three_band_collection(width, height)
-    band = height // 3
-    items = []
-    for i, (name, rgb, y) in enumerate((("Top", MAGENTA, 0), ("Bottom", YELLOW, height - band))):
-        collection["sources"].append({
-            "id": "color_source_v3", "versioned_id": "color_source_v3", "name": name,
-            "settings": {"color": colour_abgr(rgb[0] << 16 | rgb[1] << 8 | rgb[2]), "width": width, "height": band}})
-        items.append({"name": name, "id": i + 1, "visible": True, "locked": False,
-                      "pos": {"x": 0.0, "y": float(y)}, "scale": {"x": 1.0, "y": 1.0},
-                      "rot": 0.0, "align": 5, "bounds_type": 0, "bounds_align": 0, "bounds": {"x": 0.0, "y": 0.0}})
-    collection["sources"].append({"id": "scene", "versioned_id": "scene", "name": "Phone",
-                                  "settings": {"items": items, "id_counter": 2, "custom_size": False}})
-    collection["scene_order"].append({"name": "Phone"})
+    boxes = [(RED, 0, 0, width // 2, height // 2), (GREEN, width // 2, 0, width - width // 2, height // 2),
+             (BLUE, 0, height // 2, width, height - height // 2)]
+    sources = [source for source in collection["sources"] if source["id"] != "scene"]
+    items = next(source for source in collection["sources"] if source["id"] == "scene")["settings"]["items"]
+    for source, item, (rgb, x, y, w, h) in zip(sources, items, boxes):
+        source["settings"] = {"color": colour_abgr(rgb[0] << 16 | rgb[1] << 8 | rgb[2]), "width": w, "height": h}
+        item["pos"] = {"x": float(x), "y": float(y)}
     return collection
 
 
@@ -54,6 +53,10 @@ def rgb_pixels(png):
 def pixel(image, x, y):
     width, _, raw = image
     return tuple(raw[(y * width + x) * 3:(y * width + x) * 3 + 3])
+
+
+def near(rgb, colour, tolerance=40):
+    return all(abs(a - b) <= tolerance for a, b in zip(rgb, colour))
 
 
 def area_of(image, colour, tolerance=40):
@@ -87,38 +90,39 @@ class WaylandPreview(unittest.TestCase):
         self.addCleanup(obs.shutdown)
         scenes = obs.obs_config / "basic" / "scenes"
         scenes.mkdir(parents=True)
-        (scenes / f"{COLLECTION}.json").write_text(json.dumps(phone_collection(*obs.base_size)))
+        (scenes / f"{COLLECTION}.json").write_text(json.dumps(quarters_collection(*obs.base_size)))
         obs.prepare().start().wait_ready()
+        self.assertEqual(obs.vendor("SetSceneLayout", FIT_ON_MAGENTA), {"ok": True})
 
-        self.assertEqual(obs.vendor("GetStatus")["activeScene"], "Phone")
         shot = obs.root / "wayland-screen.png"
-        found, image = {}, None
+        found = {}
+
+        def at(fx, fy):
+            """The screenshot's pixel at a fraction of the magenta's box."""
+            (left, top, right, bottom), _ = found["magenta"]
+            return pixel(found["image"], left + int(fx * (right - left + 1)), top + int(fy * (bottom - top + 1)))
 
         def drawn():
-            nonlocal image
             obs.screenshot(shot)
-            image = rgb_pixels(shot)
-            found.update(magenta=area_of(image, MAGENTA), yellow=area_of(image, YELLOW))
-            return found["magenta"][1] > 0 and found["yellow"][1] > 0
+            found["image"] = rgb_pixels(shot)
+            found["magenta"] = area_of(found["image"], MAGENTA)
+            return found["magenta"][1] > 0 and all(near(at(*point), colour) for point, colour in SAMPLES)
 
-        shown = wait_until(drawn, timeout=15)
+        # Until the first frames of the new layout are drawn.
+        wait_until(drawn, timeout=15)
         print(f"screenshot: {shot}", file=sys.stderr)
         try:
-            self.assertTrue(shown, f"no vertical canvas on screen; {found}; log:\n{obs.log_text()[-3000:]}")
-            # The canvas, upright in the preview: a filled magenta box, a yellow one of its
-            # size a box's height below it, together 9:16, and between them, where the
-            # scene has nothing, the preview's own background (0x080808).
-            (ml, mt, mr, mb), magenta = found["magenta"]
-            (yl, yt, yr, yb), yellow = found["yellow"]
-            width, third = mr - ml + 1, mb - mt + 1
-            self.assertGreaterEqual(width, 100, found)
-            self.assertGreaterEqual(magenta, 0.97 * width * third, found)
-            self.assertGreaterEqual(yellow, 0.97 * width * (yb - yt + 1), found)
-            self.assertLessEqual(max(abs(yl - ml), abs(yr - mr), abs(yb - yt + 1 - third)), 2, found)
-            self.assertLessEqual(abs(yt - mb - 1 - third), 3, found)
-            self.assertAlmostEqual(width / (yb - mt + 1), 9 / 16, delta=0.03, msg=found)
-            gap = pixel(image, (ml + mr) // 2, (mb + yt) // 2)
-            self.assertTrue(all(abs(c - 8) <= 3 for c in gap), f"between the bands: {gap}")
+            self.assertGreater(found["magenta"][1], 0, f"no vertical canvas on screen; log:\n{obs.log_text()[-3000:]}")
+            # The whole canvas, 9:16, in the preview: the scene, as wide as the canvas and
+            # 9:16 of that high, upright in the middle of it, magenta above and below.
+            (left, top, right, bottom), magenta = found["magenta"]
+            width, height = right - left + 1, bottom - top + 1
+            self.assertGreaterEqual(width, 100, found["magenta"])
+            self.assertAlmostEqual(width / height, 9 / 16, delta=0.03, msg=found["magenta"])
+            scene_height = width * 9 / 16
+            self.assertAlmostEqual(magenta / (width * (height - scene_height)), 1, delta=0.05, msg=found["magenta"])
+            for (fx, fy), colour in SAMPLES:
+                self.assertTrue(near(at(fx, fy), colour), f"at {fx}, {fy} of the canvas: {at(fx, fy)}, not {colour}")
             self.assertNotIn("Display widget:", obs.log_text())
         except AssertionError:
             obs.keep = True  # the screenshot and the logs stay for a look
