@@ -31,6 +31,35 @@ WAYLAND_SOCKET = "wayland-cv"
 SCREEN = (1600, 1000)
 
 
+def known_host_crash(home, keep_in, obs, sysroot=None):
+    """Which of the newest host's own crashes at exit (docs/reliability.md) the core file obs
+    left in `home` shows, read with gdb against the `obs` program (and the libraries under
+    `sysroot`, for an obs in another root); None for any other, for one with a frame of the
+    plug-in, and without a core file or gdb. The backtrace stays in `keep_in`, the core
+    (hundreds of MB) does not."""
+    cores, gdb = sorted(Path(home).glob("core*")), shutil.which("gdb")
+    if not (cores and gdb and obs):
+        return None
+    setup = ["-ex", f"set sysroot {sysroot}"] if sysroot else []
+    try:
+        out = subprocess.run([gdb, "-batch", "-nx", *setup, "-ex", "bt 40", str(obs), str(cores[-1])],
+                             capture_output=True, text=True, timeout=300).stdout
+    except subprocess.TimeoutExpired:
+        return None
+    frames = list(dict.fromkeys(line for line in out.splitlines() if line.startswith("#")))
+    (Path(keep_in) / "crash-backtrace.txt").write_text("\n".join(frames) + "\n")
+    for core in cores:
+        core.unlink()
+    if not frames or any(PLUGIN in frame for frame in frames):
+        return None
+    if (any("signal_handler_disconnect" in frame for frame in frames[:3])
+            and any("QObjectPrivate::deleteChildren" in frame for frame in frames[:6])):
+        return "a source list widget disconnecting from a freed source"
+    if "obs-websocket.so" in frames[0]:
+        return "the websocket server's network thread"
+    return None
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))
@@ -165,6 +194,16 @@ class ObsSession:
             (folder / f"{PLUGIN}.ini").write_text(ini(sections))
 
     def prepare(self):
+        self.write_home()
+        # Installed the way a user installs it: into the per-user plug-in folder.
+        subprocess.run(["cmake", "--install", str(self.build_dir), "--prefix", str(self.plugins_dir)],
+                       check=True, stdout=subprocess.DEVNULL)
+        if not (self.plugins_dir / PLUGIN / "bin" / "64bit" / f"{PLUGIN}.so").is_file():
+            raise ObsError(f"install did not produce the plug-in under {self.plugins_dir}")
+        return self
+
+    def write_home(self):
+        """The host's settings, profile and scene collection, and the plug-in's settings."""
         self.home.mkdir(parents=True, exist_ok=True)
         self.recordings_dir.mkdir(parents=True, exist_ok=True)
         w, h = self.base_size
@@ -211,13 +250,6 @@ class ObsSession:
         collection = scenes / f"{COLLECTION}.json"
         if not collection.exists():
             collection.write_text(json.dumps(three_band_collection(w, h)))
-
-        # Installed the way a user installs it: into the per-user plug-in folder.
-        subprocess.run(["cmake", "--install", str(self.build_dir), "--prefix", str(self.plugins_dir)],
-                       check=True, stdout=subprocess.DEVNULL)
-        if not (self.plugins_dir / PLUGIN / "bin" / "64bit" / f"{PLUGIN}.so").is_file():
-            raise ObsError(f"install did not produce the plug-in under {self.plugins_dir}")
-        return self
 
     # ---- processes ---------------------------------------------------------------------
 

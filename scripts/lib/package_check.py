@@ -23,7 +23,6 @@ import argparse
 import contextlib
 import ctypes
 import fcntl
-import json
 import os
 import re
 import resource
@@ -39,7 +38,7 @@ import websocket  # Debian's python3-websocket
 
 import media_probe
 from demo import wait_live, streams_live
-from obs_session import COLLECTION, LOG_TAG, PLUGIN, PROFILE, ObsError, ObsSession, ini, three_band_collection
+from obs_session import COLLECTION, LOG_TAG, PLUGIN, PROFILE, ObsError, ObsSession, known_host_crash
 from rtmp_server import RtmpServer, RtmpServerError
 
 PACKAGE = PLUGIN
@@ -253,34 +252,9 @@ class RootObsSession(ObsSession):
         return "/" + str(Path(path).relative_to(self.merged))
 
     def prepare(self):
-        # ObsSession.prepare's home, without its `cmake --install` into the per-user
-        # plug-in folder: here the module comes from the system folder the package fills.
-        self.home.mkdir(parents=True, exist_ok=True)
-        self.recordings_dir.mkdir(parents=True, exist_ok=True)
-        general = {
-            "General": {"FirstRun": "true", "LastVersion": "999999999", "EnableAutoUpdates": "false",
-                        "ConfirmOnExit": "false", "InfoIncrement": "999"},
-            "Basic": {"Profile": PROFILE, "ProfileDir": PROFILE, "SceneCollection": COLLECTION,
-                      "SceneCollectionFile": COLLECTION, "ConfigOnNewProfile": "false"},
-            "BasicWindow": {"geometry": "", "PreviewEnabled": "true"},
-            "OBSWebSocket": {"FirstLoad": "false", "ServerEnabled": "true", "ServerPort": str(self.port),
-                             "AlertsEnabled": "false", "AuthRequired": "false", "ServerPassword": ""},
-        }
-        self.obs_config.mkdir(parents=True, exist_ok=True)
-        for name in ("global.ini", "user.ini"):
-            (self.obs_config / name).write_text(ini(general))
-        ws_dir = self.obs_config / "plugin_config" / "obs-websocket"
-        ws_dir.mkdir(parents=True, exist_ok=True)
-        (ws_dir / "config.json").write_text(
-            '{"first_load": false, "server_enabled": true, "server_port": %d, "alerts_enabled": false, '
-            '"auth_required": false, "server_password": ""}' % self.port)
-        self._write_profile(PROFILE, self.profile_settings)
-        if self.global_settings:
-            self.plugin_config_dir.mkdir(parents=True, exist_ok=True)
-            (self.plugin_config_dir / "settings-global.ini").write_text(ini(self.global_settings))
-        scenes = self.obs_config / "basic" / "scenes"
-        scenes.mkdir(parents=True, exist_ok=True)
-        (scenes / f"{COLLECTION}.json").write_text(json.dumps(three_band_collection(*self.base_size)))
+        # The home without the per-user install: here the module comes from the system
+        # folder the package fills.
+        self.write_home()
         # obs runs as an unprivileged user, who owns its home.
         for folder, dirs, files in os.walk(self.root.parent):
             for name in [folder, *[os.path.join(folder, n) for n in dirs + files]]:
@@ -304,31 +278,8 @@ class RootObsSession(ObsSession):
         return self
 
     def known_host_crash(self):
-        """Which of OBS 32's own crashes at exit (docs/reliability.md) the core file obs left
-        shows, read with gdb outside the root against the root's own obs and libraries; None
-        for any other, for one with a frame of the plug-in, and without a core file or gdb.
-        The same rules as tests/e2e/e2e_session.py; the backtrace stays beside the log."""
-        cores, gdb = sorted(self.home.glob("core*")), shutil.which("gdb")
-        if not (cores and gdb):
-            return None
-        try:
-            out = subprocess.run([gdb, "-batch", "-nx", "-ex", f"set sysroot {self.merged}", "-ex", "bt 40",
-                                  str(self.merged / "usr/bin/obs"), str(cores[-1])],
-                                 capture_output=True, text=True, timeout=300).stdout
-        except subprocess.TimeoutExpired:
-            return None
-        frames = list(dict.fromkeys(line for line in out.splitlines() if line.startswith("#")))
-        (self.root / "crash-backtrace.txt").write_text("\n".join(frames) + "\n")
-        for core in cores:
-            core.unlink()
-        if not frames or any(PLUGIN in frame for frame in frames):
-            return None
-        if (any("signal_handler_disconnect" in frame for frame in frames[:3])
-                and any("QObjectPrivate::deleteChildren" in frame for frame in frames[:6])):
-            return "a source list widget disconnecting from a freed source"
-        if "obs-websocket.so" in frames[0]:
-            return "the websocket server's network thread"
-        return None
+        """As for the e2e tests, with the root's own obs and libraries."""
+        return known_host_crash(self.home, self.root, self.merged / "usr/bin/obs", sysroot=self.merged)
 
     def mapped_module(self):
         """Where the running obs mapped the plug-in's module from, as seen inside the root."""

@@ -17,7 +17,7 @@ from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "scripts" / "lib"))
 
-from obs_session import COLLECTION, PLUGIN, ObsError, ObsSession  # noqa: E402
+from obs_session import COLLECTION, PLUGIN, ObsError, ObsSession, known_host_crash  # noqa: E402
 from Xlib import X, XK, display as xdisplay  # noqa: E402
 from Xlib.ext import xtest  # noqa: E402
 
@@ -85,29 +85,7 @@ class E2eSession(ObsSession):
         return code
 
     def known_host_crash(self):
-        """Which of the newest host's own crashes at exit (docs/reliability.md) its core file
-        shows; None for any other, for one with a frame of the plug-in, and without a core
-        file or gdb. The backtrace stays beside the log, the core (hundreds of MB) does not."""
-        cores, gdb, obs = sorted(self.home.glob("core*")), shutil.which("gdb"), shutil.which("obs")
-        if not (cores and gdb and obs):
-            return None
-        try:
-            out = subprocess.run([gdb, "-batch", "-nx", "-ex", "bt 40", obs, str(cores[-1])],
-                                 capture_output=True, text=True, timeout=300).stdout
-        except subprocess.TimeoutExpired:
-            return None
-        frames = list(dict.fromkeys(line for line in out.splitlines() if line.startswith("#")))
-        (self.root / "crash-backtrace.txt").write_text("\n".join(frames) + "\n")
-        for core in cores:
-            core.unlink()
-        if not frames or any(PLUGIN in frame for frame in frames):
-            return None
-        if (any("signal_handler_disconnect" in frame for frame in frames[:3])
-                and any("QObjectPrivate::deleteChildren" in frame for frame in frames[:6])):
-            return "a source list widget disconnecting from a freed source"
-        if "obs-websocket.so" in frames[0]:
-            return "the websocket server's network thread"
-        return None
+        return known_host_crash(self.home, self.root, shutil.which("obs"))
 
     def vendor(self, kind, data=None, replies=None):
         """One of the plug-in's websocket requests; its reply (kept in `replies` if given)."""
