@@ -151,13 +151,13 @@ class CleanRoot:
     """The cached clean root of one host."""
 
     def __init__(self, host):
-        spec = HOSTS[host]
+        known = HOSTS[host]
         cache = Path(os.environ.get("CV_CLEAN_ROOTS") or
                      Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "corvane-vertical-canvas")
-        self.suite = spec["suite"]
-        self.path = cache / spec["name"]
+        self.suite = known["suite"]
+        self.path = cache / known["name"]
         self.ready = self.path / ".cv-ready"
-        self.lock = cache / f"{spec['name']}.lock"
+        self.lock = cache / f"{known['name']}.lock"
         self.mirror = os.environ.get("CV_MIRROR", "http://deb.debian.org/debian")
         self.security = os.environ.get("CV_SECURITY_MIRROR", "http://deb.debian.org/debian-security")
         repo = Path(__file__).resolve().parents[2]
