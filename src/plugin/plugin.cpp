@@ -160,8 +160,10 @@ void Plugin::unload()
 
 void Plugin::handle_event(enum obs_frontend_event event)
 {
-	if (handling_event_)
+	if (handling_event_) {
+		log_warning("Front-end event %d came while another was handled; it is dropped", int(event));
 		return;
+	}
 	handling_event_ = true;
 	switch (event) {
 	case OBS_FRONTEND_EVENT_STREAMING_STARTING:
