@@ -6,7 +6,6 @@
 #include "scene_layout.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
