@@ -212,29 +212,109 @@ void register_source_type()
 
 } // namespace
 
+// What runs while encoders listen, shared with their holds, which may outlive the
+// SceneAudio: the plug-in's audio output, the tap on the host's track and the private
+// source's output channel.
+struct SceneAudio::Live {
+	std::mutex mutex; // guards everything below; never taken on the host's audio thread
+	std::shared_ptr<State> state;
+	OBSSource source;
+	audio_t *host_audio = nullptr;
+	audio_output_info info = {};
+	size_t holders = 0;
+	bool closed = false; // the SceneAudio is gone: silence until the last hold goes
+	audio_t *audio = nullptr;
+	bool tapped = false;
+	bool on_channel = false;
+	uint32_t channel = 0;
+
+	bool start()
+	{
+		{
+			// What was left from the last time it ran is stale.
+			std::lock_guard lock(state->mutex);
+			state->ticks.clear();
+			state->rendered.clear();
+		}
+		if (audio_output_open(&audio, &info) != AUDIO_OUTPUT_SUCCESS) {
+			audio = nullptr;
+			log_error("Scene audio: could not open its audio output");
+			return false;
+		}
+		// The host mixes a track only while something listens to it.
+		tapped = audio_output_connect(host_audio, state->track, nullptr, on_host_tick, state.get());
+		if (!tapped)
+			log_error("Scene audio: could not listen to track %u", state->track + 1);
+		take_channel();
+		log_info("Vertical scene audio runs (output channel %u)", channel);
+		return true;
+	}
+	void quiet()
+	{
+		leave_channel();
+		if (tapped)
+			audio_output_disconnect(host_audio, state->track, on_host_tick, state.get());
+		tapped = false;
+	}
+	void stop()
+	{
+		quiet();
+		if (audio)
+			audio_output_close(audio);
+		audio = nullptr;
+		log_info("Vertical scene audio stopped: nothing listens");
+	}
+	void release()
+	{
+		std::lock_guard lock(mutex);
+		if (--holders == 0)
+			stop();
+	}
+	bool take_channel()
+	{
+		for (uint32_t at = kChannels - 1; at >= kFirstFreeChannel; at--) {
+			OBSSourceAutoRelease taken = obs_get_output_source(at);
+			if (taken)
+				continue;
+			channel = at;
+			on_channel = true;
+			obs_set_output_source(at, source);
+			return true;
+		}
+		log_error("Scene audio: every output channel of the host is taken");
+		return false;
+	}
+	void leave_channel()
+	{
+		if (!on_channel)
+			return;
+		on_channel = false;
+		OBSSourceAutoRelease current = obs_get_output_source(channel);
+		if (current.Get() == source.Get())
+			obs_set_output_source(channel, nullptr);
+	}
+};
+
 SceneAudio::SceneAudio(uint32_t track) : track_(track), state_(std::make_shared<State>()) {}
 
 SceneAudio::~SceneAudio()
 {
-	leave_channel();
+	if (live_) {
+		// Encoders still stopping keep the output open; they hear silence from now on.
+		std::lock_guard lock(live_->mutex);
+		live_->closed = true;
+		live_->quiet();
+	}
 	set_source(nullptr);
-	if (tapped_)
-		audio_output_disconnect(host_audio_, track_, on_host_tick, state_.get());
 	if (state_->dropped_ticks)
 		log_info("Vertical scene audio dropped %llu late tick(s)", (unsigned long long)state_->dropped_ticks);
 }
 
-SceneAudio::Output::~Output()
-{
-	if (audio)
-		audio_output_close(audio);
-}
-
 bool SceneAudio::init()
 {
-	host_audio_ = obs_get_audio();
+	audio_t *host_audio = obs_get_audio();
 	obs_audio_info host = {};
-	if (!host_audio_ || !obs_get_audio_info(&host)) {
+	if (!host_audio || !obs_get_audio_info(&host)) {
 		log_error("Scene audio: the host has no audio");
 		return false;
 	}
@@ -253,32 +333,39 @@ bool SceneAudio::init()
 	state_->parent = source_;
 	static_cast<SourceData *>(obs_obj_get_data(source_))->state = state_;
 
-	audio_output_info info = {};
-	info.name = "cv_vertical_audio";
-	info.samples_per_sec = host.samples_per_sec;
-	info.format = AUDIO_FORMAT_FLOAT_PLANAR;
-	info.speakers = host.speakers;
-	info.input_callback = on_output_input;
-	info.input_param = state_.get();
-	auto output = std::make_shared<Output>();
-	output->state = state_;
-	if (audio_output_open(&output->audio, &info) != AUDIO_OUTPUT_SUCCESS) {
-		output->audio = nullptr;
-		log_error("Scene audio: could not open its audio output");
-		return false;
-	}
-	output_ = std::move(output);
-	// The host mixes a track only while something listens to it.
-	tapped_ = audio_output_connect(host_audio_, track_, nullptr, on_host_tick, state_.get());
-	if (!tapped_) {
-		log_error("Scene audio: could not listen to track %u", track_ + 1);
-		return false;
-	}
-	if (!take_channel())
-		return false;
-	log_info("Vertical audio follows the active vertical scene (track %u, output channel %u)", track_ + 1,
-		 channel_);
+	live_ = std::make_shared<Live>();
+	live_->state = state_;
+	live_->source = source_.Get();
+	live_->host_audio = host_audio;
+	live_->info.name = "cv_vertical_audio";
+	live_->info.samples_per_sec = host.samples_per_sec;
+	live_->info.format = AUDIO_FORMAT_FLOAT_PLANAR;
+	live_->info.speakers = host.speakers;
+	live_->info.input_callback = on_output_input;
+	live_->info.input_param = state_.get();
+	log_info("Vertical audio follows the active vertical scene (track %u)", track_ + 1);
 	return true;
+}
+
+SceneAudio::Listener SceneAudio::listen()
+{
+	if (!live_)
+		return {};
+	std::lock_guard lock(live_->mutex);
+	if (live_->closed || (live_->holders == 0 && !live_->start()))
+		return {};
+	live_->holders++;
+	// The hold's deleter keeps what it stops alive.
+	return {live_->audio,
+		std::shared_ptr<const void>(live_.get(), [live = live_](const void *) { live->release(); })};
+}
+
+bool SceneAudio::running() const
+{
+	if (!live_)
+		return false;
+	std::lock_guard lock(live_->mutex);
+	return live_->holders > 0;
 }
 
 void SceneAudio::set_source(obs_source_t *source, uint32_t fade_ms)
@@ -332,34 +419,14 @@ void SceneAudio::drop_fading()
 
 void SceneAudio::rejoin()
 {
-	if (!source_)
+	if (!live_)
 		return;
-	OBSSourceAutoRelease current = obs_get_output_source(channel_);
+	std::lock_guard lock(live_->mutex);
+	if (live_->closed || !live_->holders)
+		return;
+	OBSSourceAutoRelease current = obs_get_output_source(live_->channel);
 	if (current.Get() != source_.Get())
-		take_channel();
-}
-
-bool SceneAudio::take_channel()
-{
-	for (uint32_t channel = kChannels - 1; channel >= kFirstFreeChannel; channel--) {
-		OBSSourceAutoRelease taken = obs_get_output_source(channel);
-		if (taken)
-			continue;
-		channel_ = channel;
-		obs_set_output_source(channel, source_);
-		return true;
-	}
-	log_error("Scene audio: every output channel of the host is taken");
-	return false;
-}
-
-void SceneAudio::leave_channel()
-{
-	if (!source_)
-		return;
-	OBSSourceAutoRelease current = obs_get_output_source(channel_);
-	if (current.Get() == source_.Get())
-		obs_set_output_source(channel_, nullptr);
+		live_->take_channel();
 }
 
 } // namespace cv

@@ -10,6 +10,10 @@
 // mix of the chosen track and hands it, with the tick's timestamp, to an audio output of
 // the plug-in's own, which the vertical audio encoder listens to. The private source
 // gives the host's own mixes nothing, and no setting of any source is touched.
+//
+// All of that runs only while an encoder listens: with none, the private source is on no
+// channel, the host's track is not tapped and the audio output is closed, so nothing is
+// mixed for nobody.
 
 #include <obs.hpp>
 
@@ -28,6 +32,7 @@ public:
 	SceneAudio(const SceneAudio &) = delete;
 	SceneAudio &operator=(const SceneAudio &) = delete;
 
+	// Makes the private source; nothing runs until listen().
 	bool init();
 	// What is heard: the active vertical scene's host source, or nothing (silence). With a
 	// fade, the one heard so far fades out over it while the new one fades in, as the
@@ -38,34 +43,27 @@ public:
 	// Takes a free output channel again when the host cleared its channels (it does so
 	// when it loads another scene collection).
 	void rejoin();
-	// The audio the encoders listen to, on its first mix.
-	audio_t *audio() const { return output_ ? output_->audio : nullptr; }
-	// Keeps that audio open: an encoder still stopping may listen to it after this
-	// object is gone, so whoever made one on it holds this until the encoder is.
-	std::shared_ptr<const void> keep_open() const { return output_; }
+	// The audio to make an encoder on (on its first mix), running as long as `hold`
+	// lives: whoever makes an encoder on it keeps `hold` until the encoder is gone, which
+	// may be after this object is. Null audio when it could not start.
+	struct Listener {
+		audio_t *audio = nullptr;
+		std::shared_ptr<const void> hold;
+	};
+	Listener listen();
+	// Whether anything listens, so that the audio runs.
+	bool running() const;
 
 	struct State;
+	struct Live;
 
 private:
-	// The plug-in's own audio output, closed when its last holder lets go.
-	struct Output {
-		audio_t *audio = nullptr;
-		std::shared_ptr<State> state; // what its thread reads
-		~Output();
-	};
-
-	bool take_channel();
-	void leave_channel();
-
 	void drop_fading();
 
 	uint32_t track_;
 	std::shared_ptr<State> state_;
 	OBSSourceAutoRelease source_;
-	std::shared_ptr<Output> output_;
-	audio_t *host_audio_ = nullptr;
-	uint32_t channel_ = 0;
-	bool tapped_ = false;
+	std::shared_ptr<Live> live_;
 };
 
 } // namespace cv

@@ -720,19 +720,17 @@ void VerticalCanvas::release_assignment(VerticalScene &entry)
 	entry.host = nullptr;
 }
 
-audio_t *VerticalCanvas::audio() const
+VerticalCanvas::AudioFeed VerticalCanvas::listen_audio()
 {
-	return scene_audio_ ? scene_audio_->audio() : obs_get_audio();
+	if (!scene_audio_)
+		return {obs_get_audio(), config_.audio_track, nullptr};
+	SceneAudio::Listener listener = scene_audio_->listen();
+	return {listener.audio, 0, std::move(listener.hold)};
 }
 
-size_t VerticalCanvas::audio_mix() const
+bool VerticalCanvas::audio_running() const
 {
-	return scene_audio_ ? 0 : config_.audio_track;
-}
-
-std::shared_ptr<const void> VerticalCanvas::keep_audio_open() const
-{
-	return scene_audio_ ? scene_audio_->keep_open() : nullptr;
+	return scene_audio_ && scene_audio_->running();
 }
 
 void VerticalCanvas::settle_audio()

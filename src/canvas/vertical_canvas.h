@@ -69,19 +69,25 @@ public:
 	video_t *video() const { return video_.video(); }
 	video_t *fresh_video() { return video_.fresh_video(); }
 	void drop_video() { video_.drop_video(); }
-	// Changes whenever video() or audio() do: encoders made before are not joined.
+	// Changes whenever video() or the audio's choice do: encoders made before are not joined.
 	uint64_t generation() const { return video_.generation() + audio_generation_; }
 	// Draws what the canvas shows (graphics thread), and what that is: the active
 	// vertical scene's private scene, or nothing.
 	void render() { video_.render(); }
 	// The vertical scene's private scene shown, or being moved to.
 	OBSSourceAutoRelease shown() const;
-	// The vertical audio and its mix: the active vertical scene's sources on the chosen
-	// track when the audio follows the scene, else the host's whole track.
-	audio_t *audio() const;
-	size_t audio_mix() const;
-	// Held by whoever made an encoder on audio(), as long as the encoder exists.
-	std::shared_ptr<const void> keep_audio_open() const;
+	// The vertical audio to make an encoder on: the active vertical scene's sources on the
+	// chosen track when the audio follows the scene (mixed only while someone holds
+	// `hold`), else the host's whole track.
+	struct AudioFeed {
+		audio_t *audio = nullptr;
+		size_t mix = 0;
+		// Kept by whoever made an encoder on `audio`, as long as the encoder exists.
+		std::shared_ptr<const void> hold;
+	};
+	AudioFeed listen_audio();
+	// Whether the vertical audio is mixed now.
+	bool audio_running() const;
 	bool initialised() const { return initialised_; }
 
 	// Takes a new size, rate or audio choice, keeping the scenes. Only while no encoder

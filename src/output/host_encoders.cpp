@@ -43,8 +43,8 @@ std::vector<HostChoice> encoder_presets(const std::string &id)
 	obs_properties_t *properties = obs_get_encoder_properties(id.c_str());
 	if (obs_property_t *property = properties ? preset_property(properties) : nullptr)
 		for (size_t i = 0; i < obs_property_list_item_count(property); i++)
-			presets.push_back({obs_property_list_item_string(property, i),
-					   obs_property_list_item_name(property, i)});
+			presets.push_back(
+				{obs_property_list_item_string(property, i), obs_property_list_item_name(property, i)});
 	obs_properties_destroy(properties);
 	return presets;
 }

@@ -218,6 +218,10 @@ std::unique_ptr<SharedEncoders::Encode> SharedEncoders::create(const std::string
 	video_t *video = encodes_.empty() ? canvas_->fresh_video() : canvas_->video();
 	if (!video)
 		return nullptr;
+	if (!feed.audio) {
+		log_error("The vertical audio could not start");
+		return nullptr;
+	}
 	auto encode = std::make_unique<Encode>();
 	encode->video = make_video_encoder(id, config_, video);
 	if (!encode->video)

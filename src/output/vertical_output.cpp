@@ -131,9 +131,10 @@ CanvasFeed VerticalOutput::feed()
 	CanvasFeed feed;
 	feed.fps_num = canvas_->fps_num();
 	feed.fps_den = canvas_->fps_den();
-	feed.audio = canvas_->audio();
-	feed.audio_mix = canvas_->audio_mix();
-	feed.keep_audio_open = canvas_->keep_audio_open();
+	VerticalCanvas::AudioFeed audio = canvas_->listen_audio();
+	feed.audio = audio.audio;
+	feed.audio_mix = audio.mix;
+	feed.keep_audio_open = std::move(audio.hold);
 	return feed;
 }
 

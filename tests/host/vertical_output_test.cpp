@@ -14,6 +14,7 @@
 #include "stream/mux_output.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <memory>
 #include <tuple>
@@ -315,6 +316,76 @@ TEST_F(VerticalOutputTest, DestinationsShareOneEncodeAndFailAlone)
 	for (const char *key : {"key-a", "key-b"})
 		EXPECT_GT(cvtest::check_stream(nginx.recordings(key).at(0)).video_seconds, 3.5) << key;
 	EXPECT_TRUE(nginx.recordings("key-e").empty());
+}
+
+namespace {
+
+// How often the host drew the counting source and asked it for audio.
+std::atomic<int> drawn{0}, heard{0};
+
+// A small grey source that counts both.
+void register_counting_source()
+{
+	obs_source_info info = {};
+	info.id = "cv_test_counting";
+	info.type = OBS_SOURCE_TYPE_INPUT;
+	info.output_flags = OBS_SOURCE_VIDEO | OBS_SOURCE_COMPOSITE;
+	info.get_name = [](void *) {
+		return "Counting";
+	};
+	info.create = [](obs_data_t *, obs_source_t *) -> void * {
+		return &drawn;
+	};
+	info.destroy = [](void *) {
+	};
+	info.get_width = [](void *) {
+		return 64u;
+	};
+	info.get_height = [](void *) {
+		return 64u;
+	};
+	info.video_render = [](void *, gs_effect_t *) {
+		drawn++;
+	};
+	info.audio_render = [](void *, uint64_t *, obs_source_audio_mix *, uint32_t, size_t, size_t) {
+		heard++;
+		return false;
+	};
+	obs_register_source(&info);
+}
+
+} // namespace
+
+// Nothing is drawn or mixed for the vertical canvas while nothing is sent: a start brings
+// both at once, and they stop again once the output has.
+TEST_F(VerticalOutputTest, NothingIsDrawnOrMixedWhileNothingIsSent)
+{
+	register_counting_source();
+	OBSSourceAutoRelease counting = obs_source_create("cv_test_counting", "Counting", nullptr, nullptr);
+	OBSSceneAutoRelease counted = obs_scene_create("Counted");
+	obs_scene_add(counted, counting);
+	ASSERT_TRUE(canvas_->assign_scene_source("Scene 1", "Counted"));
+	auto counts_over = [](int ms) {
+		const int frames = drawn, ticks = heard;
+		sleep_ms(ms);
+		return std::pair{drawn - frames, heard - ticks};
+	};
+	EXPECT_EQ(counts_over(1000), std::pair(0, 0)) << "idle";
+	std::string error;
+	cvtest::RtmpServer nginx;
+	ASSERT_TRUE(nginx.start(&error)) << error;
+	cv::VerticalOutput &output = make_output({{"A", nginx.app_url(), "counted", true, {}}});
+	ASSERT_FALSE(output.start());
+	ASSERT_TRUE(wait_state(0, cv::StreamState::Live));
+	const auto [frames, ticks] = counts_over(1000);
+	EXPECT_GE(frames, 25) << "every frame of a 30 fps canvas";
+	EXPECT_GE(ticks, 40) << "every tick of the host's audio";
+	EXPECT_TRUE(canvas_->audio_running());
+	output.stop();
+	ASSERT_TRUE(output.wait_idle(std::chrono::seconds(5)));
+	output.drop_unused_video(); // as the plug-in does once its output is idle
+	EXPECT_FALSE(canvas_->audio_running());
+	EXPECT_EQ(counts_over(1000), std::pair(0, 0)) << "stopped";
 }
 
 // With the audio following the active vertical scene, the stream carries the tone of the
