@@ -714,6 +714,25 @@ OBSSourceAutoRelease VerticalCanvas::shown() const
 	return video_.source();
 }
 
+// Read from the view, which the UI thread never replaces while a frame is drawn.
+OBSSourceAutoRelease VerticalCanvas::settled_scene() const
+{
+	OBSSourceAutoRelease top = video_.source();
+	if (!top || obs_source_get_type(top) != OBS_SOURCE_TYPE_TRANSITION)
+		return top;
+	if (obs_transition_get_time(top) < 1.0f)
+		return nullptr;
+	return obs_transition_get_active_source(top);
+}
+
+void VerticalCanvas::render_scaled(const ScaledTarget &target)
+{
+	if (OBSSourceAutoRelease scene = settled_scene())
+		draw_scene_scaled(obs_scene_from_source(scene), target);
+	else
+		video_.render();
+}
+
 void VerticalCanvas::release_assignment(VerticalScene &entry)
 {
 	place_source(entry, nullptr);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "canvas_video.h"
+#include "scaled_draw.h"
 
 #include "base/settings.h"
 
@@ -74,8 +75,14 @@ public:
 	// Draws what the canvas shows (graphics thread), and what that is: the active
 	// vertical scene's private scene, or nothing.
 	void render() { video_.render(); }
+	// The same into a part of the current render target at that part's size: straight,
+	// but through the canvas's own view while a transition blends two scenes.
+	void render_scaled(const ScaledTarget &target);
 	// The vertical scene's private scene shown, or being moved to.
 	OBSSourceAutoRelease shown() const;
+	// Graphics thread: the private scene shown when no transition is under way, null
+	// during one.
+	OBSSourceAutoRelease settled_scene() const;
 	// The vertical audio to make an encoder on: the active vertical scene's sources on the
 	// chosen track when the audio follows the scene (mixed only while someone holds
 	// `hold`), else the host's whole track.

@@ -138,7 +138,7 @@ void VerticalPreviewWidget::drawDisplay(uint32_t cx, uint32_t cy)
 	gs_projection_push();
 	gs_set_viewport(int(viewport.x), int(viewport.y), int(viewport.width), int(viewport.height));
 	gs_ortho(0.0f, width, 0.0f, height, -100.0f, 100.0f);
-	canvas->render();
+	canvas->render_scaled({viewport, canvas->width(), canvas->height()});
 	if (safeArea) {
 		for (const Zone &zone : safe_area_zones())
 			draw_tint(zone.x * width, zone.y * height, zone.width * width, zone.height * height,

@@ -265,7 +265,24 @@ protected:
 		EXPECT_TRUE(canvas->set_scene_layout("Scene 1", layout));
 		// Scene items take new places at the host's next tick.
 		std::this_thread::sleep_for(std::chrono::milliseconds(100));
-		return cvtest::render([&] { canvas->render(); }, 720, 1280);
+		const cvtest::Image frame = cvtest::render([&] { canvas->render(); }, 720, 1280);
+		// Drawn straight at another size (as the preview draws it, here a third of the
+		// canvas in the lower right of a target), the picture is the same.
+		const cv::ScaledTarget third{{400, 700, 240, 426}, 720, 1280};
+		const cvtest::Image small = cvtest::render(
+			[&] {
+				gs_set_viewport(400, 700, 240, 426);
+				gs_ortho(0.0f, 720.0f, 0.0f, 1280.0f, -100.0f, 100.0f);
+				canvas->render_scaled(third);
+			},
+			720, 1280);
+		size_t differ = 0;
+		for (uint32_t y = 1; y + 1 < 426; y += 3)
+			for (uint32_t x = 1; x + 1 < 240; x += 3)
+				differ += !cvtest::close_to(small.rgb(400 + x, 700 + y), frame.rgb(x * 3, y * 3 + 1));
+		EXPECT_LE(differ, 110u) << "of 11,200 pixels, drawn straight";
+		EXPECT_EQ(small.rgb(200, 200), 0u) << "nothing outside the viewport";
+		return frame;
 	}
 
 	OBSSceneAutoRelease grid;
@@ -355,6 +372,12 @@ TEST_F(LayoutTest, StackPutsTwoRegionsAboveEachOther)
 	frame = frame_with(layout);
 	EXPECT_EQ(frame.rgb(360, 317), kWhite);
 	EXPECT_EQ(frame.rgb(360, 322), kRed);
+	// Each region shows its own part only, though the rest of the scene lies over the other.
+	layout.top = {0, 0, 960, 540};
+	layout.bottom = {960, 540, 960, 540};
+	frame = frame_with(layout);
+	EXPECT_EQ(frame.rgb(360, 300), kRed);
+	EXPECT_EQ(frame.rgb(360, 1000), kWhite);
 	// The defaults: the scene's left and right halves.
 	layout.top = layout.bottom = {};
 	frame = frame_with(layout);

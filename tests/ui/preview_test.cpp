@@ -4,6 +4,7 @@
 
 #include "sources.h"
 
+#include "base/scene_layout.h"
 #include "canvas/vertical_canvas.h"
 #include "ui/vertical_preview.h"
 
@@ -49,6 +50,16 @@ TEST_F(PreviewTest, ShowsTheCanvasViewWhileShown)
 	preview.show();
 	for (const int x : {5, 90, 175})
 		EXPECT_TRUE(shows(preview.winId(), x, 160, 0x00FF00)) << x;
+
+	// Two regions above each other, each cut to its own part on the display.
+	cv::SceneLayout stack;
+	stack.kind = cv::LayoutKind::Stack;
+	stack.top = {0, 0, 640, 1080};
+	stack.bottom = {1280, 0, 640, 1080};
+	ASSERT_TRUE(canvas->set_scene_layout("Scene 1", stack));
+	EXPECT_TRUE(shows(preview.winId(), 90, 40, 0xFF0000));
+	EXPECT_TRUE(shows(preview.winId(), 90, 280, 0x0000FF));
+	ASSERT_TRUE(canvas->set_scene_layout("Scene 1", {}));
 
 	// No wider than 9:16 of its height.
 	preview.resize(300, 320);
