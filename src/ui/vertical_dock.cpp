@@ -30,6 +30,7 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QSignalBlocker>
 #include <QSpinBox>
 #include <QStringList>
@@ -151,6 +152,21 @@ std::pair<QString, const char *> describe(const DestinationStatus &status, const
 	return {lines.join('\n'), colour};
 }
 
+// Scrolls its widget when short; asks for all of its height otherwise (a scroll area
+// asks for at most a few hundred pixels).
+class ControlsArea : public QScrollArea {
+public:
+	explicit ControlsArea(QWidget *parent) : QScrollArea(parent)
+	{
+		setWidgetResizable(true);
+		setFrameShape(QFrame::NoFrame);
+		setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+		setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Maximum);
+	}
+	QSize sizeHint() const override { return widget() ? widget()->sizeHint() : QScrollArea::sizeHint(); }
+	QSize minimumSizeHint() const override { return QSize(QScrollArea::minimumSizeHint().width(), 80); }
+};
+
 } // namespace
 
 VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, VerticalOutput *dockOutput,
@@ -191,9 +207,16 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	previewRow->addStretch();
 	main->addWidget(previewBox, 1);
 
+	// Everything below the preview scrolls when the dock is short, so that the dock never
+	// makes the host's window taller than the host's own docks do.
+	auto *controls = new QWidget(this);
+	auto *below = new QVBoxLayout(controls);
+	below->setContentsMargins(0, 0, 0, 0);
+	below->setSpacing(4);
+
 	auto *scenesHeader = new QLabel(text("Dock.Scenes"), this);
 	scenesHeader->setStyleSheet(kQuietStyle);
-	main->addWidget(scenesHeader);
+	below->addWidget(scenesHeader);
 
 	sceneList = new QListWidget(this);
 	sceneList->setFixedHeight(84);
@@ -201,7 +224,7 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	sceneList->setStyleSheet(
 		"QListWidget { font-size: 12px; }QListWidget::item:selected { background: #2a6099; color: white; }");
 	connect(sceneList, &QListWidget::itemClicked, this, &VerticalDock::onSceneItemClicked);
-	main->addWidget(sceneList);
+	below->addWidget(sceneList);
 
 	auto *sceneButtons = new QGridLayout;
 	sceneButtons->setSpacing(4);
@@ -225,7 +248,7 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	connect(assignButton, &QPushButton::clicked, this, &VerticalDock::onConfigureScene);
 	connect(layoutButton, &QPushButton::clicked, this, &VerticalDock::onEditLayout);
 	connect(safeAreaCheck, &QCheckBox::toggled, preview, &VerticalPreviewWidget::setSafeAreaShown);
-	main->addLayout(sceneButtons);
+	below->addLayout(sceneButtons);
 
 	// The transition between vertical scenes, and following the host's scene.
 	auto *transitionRow = new QHBoxLayout;
@@ -245,10 +268,10 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	transitionRow->addWidget(transitionLabel);
 	transitionRow->addWidget(transitionCombo, 1);
 	transitionRow->addWidget(durationSpin);
-	main->addLayout(transitionRow);
+	below->addLayout(transitionRow);
 	followCheck = new QCheckBox(text("Dock.Follow"), this);
 	followCheck->setToolTip(text("Dock.Follow.ToolTip"));
-	main->addWidget(followCheck);
+	below->addWidget(followCheck);
 	connect(transitionCombo, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
 		&VerticalDock::onTransitionEdited);
 	connect(durationSpin, QOverload<int>::of(&QSpinBox::valueChanged), this, &VerticalDock::onTransitionEdited);
@@ -258,7 +281,7 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	errorLabel->setWordWrap(true);
 	errorLabel->setStyleSheet(kFailedStyle);
 	errorLabel->hide();
-	main->addWidget(errorLabel);
+	below->addWidget(errorLabel);
 
 	auto *streamButtons = new QHBoxLayout;
 	streamButtons->setSpacing(6);
@@ -268,12 +291,12 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	connect(stopButton, &QPushButton::clicked, this, &VerticalDock::onStopClicked);
 	streamButtons->addWidget(startButton);
 	streamButtons->addWidget(stopButton);
-	main->addLayout(streamButtons);
+	below->addLayout(streamButtons);
 
 	statusLabel = new QLabel(text("Dock.Stopped"), this);
 	statusLabel->setAlignment(Qt::AlignCenter);
 	statusLabel->setStyleSheet(kQuietStyle);
-	main->addWidget(statusLabel);
+	below->addWidget(statusLabel);
 
 	destinationStatusList = new QListWidget(this);
 	destinationStatusList->setSelectionMode(QAbstractItemView::NoSelection);
@@ -286,11 +309,11 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	destinationStatusList->setToolTip(text("Dock.Destination.ToolTip"));
 	connect(destinationStatusList, &QListWidget::itemDoubleClicked, this, &VerticalDock::onDestinationToggled);
 	connect(destinationStatusList, &QListWidget::customContextMenuRequested, this, &VerticalDock::destinationMenu);
-	main->addWidget(destinationStatusList);
+	below->addWidget(destinationStatusList);
 
 	recordButton = make_button(this, text("Dock.Record"), text("Dock.Record.ToolTip"));
 	connect(recordButton, &QPushButton::clicked, this, &VerticalDock::onRecordClicked);
-	main->addWidget(recordButton);
+	below->addWidget(recordButton);
 	auto *replayButtons = new QHBoxLayout;
 	replayButton = make_button(this, text("Dock.ReplayStart"), text("Dock.ReplayStart.ToolTip"));
 	connect(replayButton, &QPushButton::clicked, this, &VerticalDock::onReplayClicked);
@@ -298,14 +321,18 @@ VerticalDock::VerticalDock(Commands *dockCommands, VerticalCanvas *dockCanvas, V
 	saveReplayButton = make_button(this, text("Dock.ReplaySave"), text("Dock.ReplaySave.ToolTip"));
 	connect(saveReplayButton, &QPushButton::clicked, this, &VerticalDock::onSaveReplayClicked);
 	replayButtons->addWidget(saveReplayButton);
-	main->addLayout(replayButtons);
+	below->addLayout(replayButtons);
 	recordingLabel = new QLabel(this);
 	replayLabel = new QLabel(this);
 	for (QLabel *label : {recordingLabel, replayLabel}) {
 		label->setAlignment(Qt::AlignCenter);
 		label->setWordWrap(true);
-		main->addWidget(label);
+		below->addWidget(label);
 	}
+
+	auto *scroll = new ControlsArea(this);
+	scroll->setWidget(controls);
+	main->addWidget(scroll);
 
 	// Named after their members, for automation and style sheets.
 	sceneLabel->setObjectName("sceneLabel");
