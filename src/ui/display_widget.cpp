@@ -6,6 +6,7 @@
 #include <obs-config.h>
 #include <obs-nix-platform.h>
 
+#include <QDockWidget>
 #include <QGuiApplication>
 #include <QPlatformSurfaceEvent>
 #include <QResizeEvent>
@@ -96,9 +97,40 @@ QSize DisplayWidget::pixelSize() const
 	return QSize(std::max(int(width() * ratio), 1), std::max(int(height() * ratio), 1));
 }
 
+void DisplayWidget::watchTopLevel()
+{
+	QWidget *top = window();
+	if (top != this && top != topLevel) {
+		if (topLevel)
+			topLevel->removeEventFilter(this);
+		topLevel = top;
+		top->installEventFilter(this);
+	}
+	QDockWidget *within = nullptr;
+	for (QWidget *up = parentWidget(); up && !within; up = up->parentWidget())
+		within = qobject_cast<QDockWidget *>(up);
+	if (within == dock)
+		return;
+	disconnect(dockShown);
+	dock = within;
+	dockSeen = !dock || !dock->visibleRegion().isEmpty();
+	if (dock)
+		dockShown = connect(dock, &QDockWidget::visibilityChanged, this, [this](bool visible) {
+			dockSeen = visible;
+			enableForTopLevel();
+		});
+}
+
+void DisplayWidget::enableForTopLevel()
+{
+	if (display)
+		obs_display_set_enabled(display, dockSeen && !(topLevel && topLevel->isMinimized()));
+}
+
 void DisplayWidget::showEvent(QShowEvent *event)
 {
 	QWidget::showEvent(event);
+	watchTopLevel();
 	switch (window_system()) {
 	case WindowSystem::X11:
 		createDisplay();
@@ -183,12 +215,15 @@ void DisplayWidget::createDisplay()
 	}
 	surface = init.window.display;
 	obs_display_add_draw_callback(display, draw, this);
+	enableForTopLevel();
 	log_debug("Display widget: display created (%ux%u)", init.cx, init.cy);
 }
 
 bool DisplayWidget::event(QEvent *event)
 {
 	// Reparenting (a dock floated or docked) can give the widget a new native window.
+	if (event->type() == QEvent::ParentChange)
+		watchTopLevel();
 	if (event->type() == QEvent::WinIdChange && window_system() == WindowSystem::Wayland) {
 		watchWindow();
 		createSoon();
@@ -199,6 +234,10 @@ bool DisplayWidget::event(QEvent *event)
 bool DisplayWidget::eventFilter(QObject *object, QEvent *event)
 {
 	const QEvent::Type type = event->type();
+	if (object == topLevel && type == QEvent::WindowStateChange) {
+		enableForTopLevel();
+		return QWidget::eventFilter(object, event);
+	}
 	if (object != watched || (type != QEvent::Expose && type != QEvent::PlatformSurface) ||
 	    window_system() != WindowSystem::Wayland)
 		return QWidget::eventFilter(object, event);

@@ -7,6 +7,7 @@
 
 #include <functional>
 
+class QDockWidget;
 class QWindow;
 
 namespace cv {
@@ -16,8 +17,9 @@ namespace cv {
 // draws on the window's wl_surface, which Qt makes when the window shows and takes away
 // when it hides: the display is made once the surface is there (an expose, the surface's
 // creation, a new native window after a dock floated) and goes before Qt destroys the
-// surface. It goes whenever the widget hides. Its ancestors stay plain widgets, so the
-// host's window and docks are not made native.
+// surface. It goes whenever the widget hides (a closed or tabbed-away dock), and draws
+// nothing while its window is minimised, as the host's own preview. Its ancestors stay
+// plain widgets, so the host's window and docks are not made native.
 class DisplayWidget : public QWidget {
 	Q_OBJECT
 
@@ -48,6 +50,10 @@ private:
 	// Wayland: createDisplay() once Qt has settled the window's surface.
 	void createSoon();
 	void watchWindow();
+	// Follows the top-level window's minimising and the dock the widget is in: drawn only
+	// while neither is minimised nor the dock tabbed away (which Qt does not hide).
+	void watchTopLevel();
+	void enableForTopLevel();
 	QSize pixelSize() const;
 
 	obs_display_t *display = nullptr;
@@ -56,6 +62,10 @@ private:
 	bool createPending = false;
 	// The native window whose expose and surface events tell when a Wayland surface is there.
 	QPointer<QWindow> watched;
+	QPointer<QWidget> topLevel;
+	QPointer<QDockWidget> dock;
+	QMetaObject::Connection dockShown;
+	bool dockSeen = true;
 };
 
 // Graphics thread, inside a display's draw: fills a rectangle of the current projection

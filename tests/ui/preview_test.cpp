@@ -8,6 +8,10 @@
 #include "canvas/vertical_canvas.h"
 #include "ui/vertical_preview.h"
 
+#include <QDockWidget>
+
+#include <QMainWindow>
+
 // Last: Xlib's macros clash with Qt's names.
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
@@ -77,25 +81,53 @@ TEST_F(PreviewTest, ShowsTheCanvasViewWhileShown)
 }
 
 // The safe-area guide tints the phone apps' zones over the picture, the rest is as
-// streamed; the preview's native window makes no native window of the widgets it sits in.
-TEST_F(PreviewTest, DrawsTheSafeAreaWithoutNativeAncestors)
+// streamed. In a dock of the host's window, the preview's native window makes neither the
+// dock nor the window native; it draws nothing while its dock is tabbed away (Qt leaves it
+// shown, under the other) or the window is minimised.
+TEST_F(PreviewTest, DrawsOnlyWhenSeenAndMakesNoNativeAncestors)
 {
 	OBSSceneAutoRelease scene = cvtest::make_band_scene("Show", {0x00FF00});
 	cv::VerticalCanvas canvas(cv::CanvasConfig{360, 640, 30, 1, true});
 	ASSERT_TRUE(canvas.init());
 	ASSERT_TRUE(canvas.assign_scene_source("Scene 1", "Show"));
-	QWidget window;
-	auto *box = new QWidget(&window);
+	QMainWindow window;
+	window.setCentralWidget(new QWidget(&window));
+	auto *dock = new QDockWidget("Vertical", &window);
+	auto *other = new QDockWidget("Other", &window);
+	dock->setObjectName("vertical");
+	other->setObjectName("other");
+	auto *box = new QWidget(dock);
 	auto *preview = new cv::VerticalPreviewWidget(&canvas, box);
 	preview->resize(180, 320);
-	window.resize(180, 320);
+	box->setMinimumSize(180, 320);
+	dock->setWidget(box);
+	other->setWidget(new QWidget(other));
+	window.addDockWidget(Qt::RightDockWidgetArea, dock);
+	window.addDockWidget(Qt::RightDockWidgetArea, other);
+	window.tabifyDockWidget(other, dock);
+	window.resize(600, 500);
 	window.show();
+	dock->raise();
 	preview->setSafeAreaShown(true);
 	EXPECT_TRUE(shows(preview->winId(), 90, 160, 0x00FF00));
 	EXPECT_TRUE(shows(preview->winId(), 90, 10, 0x46C314)); // 31 % of 0xE04040 over green
-	EXPECT_NE(preview->internalWinId(), 0u);
-	EXPECT_EQ(box->internalWinId(), 0u);
-	EXPECT_FALSE(box->testAttribute(Qt::WA_NativeWindow));
+	for (QWidget *widget : std::initializer_list<QWidget *>{box, dock, window.centralWidget()})
+		EXPECT_FALSE(widget->internalWinId() || widget->testAttribute(Qt::WA_NativeWindow))
+			<< widget->metaObject()->className() << " made native";
 	preview->setSafeAreaShown(false);
 	EXPECT_TRUE(shows(preview->winId(), 90, 10, 0x00FF00));
+
+	other->raise();
+	cvtest::process_events_for(100);
+	ASSERT_NE(preview->currentDisplay(), nullptr);
+	EXPECT_FALSE(obs_display_enabled(preview->currentDisplay())) << "tabbed away";
+	dock->raise();
+	cvtest::process_events_for(100);
+	EXPECT_TRUE(obs_display_enabled(preview->currentDisplay()));
+	window.showMinimized();
+	cvtest::process_events_for(100);
+	EXPECT_FALSE(obs_display_enabled(preview->currentDisplay())) << "minimised";
+	window.showNormal();
+	cvtest::process_events_for(100);
+	EXPECT_TRUE(obs_display_enabled(preview->currentDisplay()));
 }
