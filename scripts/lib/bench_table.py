@@ -1,7 +1,7 @@
 """The benchmarks' summary: each figure of the plug-in beside the reference measured in
 the same run, with their ratio, from Google Benchmark's JSON output.
 
-    python3 scripts/lib/bench_table.py RESULTS.json
+    python3 scripts/lib/bench_table.py RESULTS.json [MORE.json ...]
 
 Figures are medians over the repetitions that succeeded; the ratio is plug-in median
 over reference median. Rows whose benchmark did not run (filtered out) are left out.
@@ -31,6 +31,10 @@ def milliseconds_1(value):
 
 def cpu_seconds_per_minute(value):
     return f"{value:.2f} s/min"
+
+
+def seconds_per_minute(value):
+    return f"{value:.1f} s/min"
 
 
 def megabytes(value):
@@ -118,6 +122,16 @@ ROWS = [
     ("10d", "BM_LayoutRender", None, "fade_net_cpu_ms", "cover_net_cpu_ms",
      "  during a fade between two cover scenes",
      "the cover layout (10a)", milliseconds_1),
+    ("11a", "BM_RealProgramCpu", None, "hidden_cpu_s", "host_cpu_s",
+     "the real obs idle, CPU per minute: plug-in's dock hidden",
+     "the same obs without the plug-in", seconds_per_minute),
+    ("11b", "BM_RealProgramCpu", None, "shown_cpu_s", "host_cpu_s",
+     "  the same, its dock shown", "the same obs without the plug-in", seconds_per_minute),
+    ("11c", "BM_RealProgramCpu", None, "streaming_cpu_s", "host_cpu_s",
+     "  the same, streaming the vertical canvas", "the same obs without the plug-in (idle)", seconds_per_minute),
+    ("11d", "BM_RealProgramCpu", None, "shown_display_cpu_per_mpx", "host_display_cpu_per_mpx",
+     "  drawing all displays, per million pixels shown: with the dock",
+     "the host's preview alone", seconds_per_minute),
 ]
 
 # Rows whose ratios are close to 1 and need more digits.
@@ -128,13 +142,15 @@ def base_name(run_name):
     return run_name.split("/")[0]
 
 
-def load_runs(path):
+def load_runs(paths):
     """{run name: (list of counter dicts of the successful repetitions, errors)}."""
-    with open(path, encoding="utf-8") as file:
-        data = json.load(file)
+    entries = []
+    for path in paths:
+        with open(path, encoding="utf-8") as file:
+            entries += json.load(file).get("benchmarks", [])
     runs = {}
     medians = {}
-    for entry in data.get("benchmarks", []):
+    for entry in entries:
         name = entry.get("run_name", entry.get("name", ""))
         ok, errors = runs.setdefault(name, ([], []))
         if entry.get("run_type") == "aggregate":
@@ -295,14 +311,28 @@ def details(runs):
         out.append(f"row 10: frames the renderer missed: {each('_lagged_pct', percent)}; frames the output's "
                    f"video dropped for want of room: {each('_skipped_pct', percent, configs[1:])}; "
                    f"load average {median_of(entries, 'load_avg'):.1f}")
+    name = find_run(runs, "BM_RealProgramCpu", None)
+    if name and runs[name][0]:
+        entries = runs[name][0]
+
+        def each(suffix, formatter):
+            return ", ".join(f"{case} {formatter(median_of(entries, case + suffix))}"
+                             for case in ("host_off", "host", "hidden", "shown", "streaming"))
+
+        out.append(f"row 11: CPU per minute: {each('_cpu_s', seconds_per_minute)} (host_off: without the "
+                   "plug-in, the host's preview off)")
+        out.append(f"row 11: the host's profiler, render_displays per frame (median): "
+                   f"{each('_displays_ms', lambda v: f'{v:.2f} ms')}")
+        out.append(f"row 11: pixels shown by the host's preview: {each('_host_px', lambda v: f'{v:.0f}')}; "
+                   f"by the plug-in's: {each('_plugin_px', lambda v: f'{v:.0f}')}")
     return out
 
 
 def main(argv):
-    if len(argv) != 2:
+    if len(argv) < 2:
         print(__doc__.strip(), file=sys.stderr)
         return 2
-    runs = load_runs(argv[1])
+    runs = load_runs(argv[1:])
     lines, notes = table(runs)
     print()
     print("==== plug-in beside its reference (medians; ratio = plug-in / reference) ====")
