@@ -170,13 +170,14 @@ def run_case(build_dir, case, warmup, seconds, server):
 def counters(results):
     """One repetition's counters from {case: figures}."""
     out = {f"{case.replace('-', '_')}_cpu_s": results[case]["cpu"] for case in CASES}
-    host_preview = results["host"]["cpu"] - results["host-off"]["cpu"]
-    # CPU per million displayed pixels for drawing every display, beyond what the host spends
-    # with no display at all: the host's preview alone, and the host's with the dock's.
-    out["host_display_cpu_per_mpx"] = host_preview / (results["host"]["host_px"] / 1e6)
-    shown = results["shown"]
-    out["shown_display_cpu_per_mpx"] = (shown["cpu"] - results["host-off"]["cpu"]) / (
-        (shown["host_px"] + shown["plugin_px"]) / 1e6)
+    # CPU per million pixels shown: the host's preview (the host with it less the host
+    # without it), and the plug-in's (dock shown less dock hidden, plus what the host's
+    # preview, made smaller by the shown dock, spends less at the host's rate per pixel).
+    host_rate = (results["host"]["cpu"] - results["host-off"]["cpu"]) / (results["host"]["host_px"] / 1e6)
+    shown, hidden = results["shown"], results["hidden"]
+    smaller = (hidden["host_px"] - shown["host_px"]) / 1e6 * host_rate
+    out["host_preview_cpu_per_mpx"] = host_rate
+    out["plugin_preview_cpu_per_mpx"] = (shown["cpu"] - hidden["cpu"] + smaller) / max(shown["plugin_px"] / 1e6, 1e-6)
     for case in CASES:
         out[f"{case.replace('-', '_')}_displays_ms"] = results[case]["displays_ms"] or 0.0
         out[f"{case.replace('-', '_')}_host_px"] = results[case]["host_px"]

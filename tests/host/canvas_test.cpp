@@ -235,6 +235,14 @@ TEST_F(CanvasTest, LivesThroughResetsOfTheHostsVideo)
 		EXPECT_NE(canvas->generation(), generation) << "encoders made before are not used again";
 		const cvtest::Image frame = cvtest::render([&] { canvas->render(); }, 720, 1280);
 		EXPECT_EQ(frame.rgb(360, 640), 0x00FF00u);
+		// The preview's drawing, from the new mix's picture where the host lets it.
+		std::this_thread::sleep_for(std::chrono::milliseconds(100));
+		const cvtest::Image preview = cvtest::render(
+			[&] {
+				canvas->render_scaled({{0, 0, 720, 1280}, 720, 1280});
+			},
+			720, 1280);
+		EXPECT_EQ(preview.rgb(360, 640), 0x00FF00u);
 	}
 }
 
