@@ -33,13 +33,13 @@ import time
 
 from Xlib import X, display as xdisplay  # Debian's python3-xlib
 
+from demo import vendor
 from obs_session import PLUGIN, ObsSession
 from rtmp_server import RtmpServer
 
 CASES = ("host-off", "host", "hidden", "shown", "streaming")
 SCENES = {"Scenes": {"count": 1, "activescene": "Vertical", "scene_0_name": "Vertical", "scene_0_source": "Main"}}
 DOCK_TITLE = "Vertical Canvas"
-VENDOR = "corvane-vertical-canvas"
 
 
 def cpu_seconds(pid):
@@ -118,12 +118,6 @@ def hide_dock(session):
                 state[at + len(name)] &= 0xFE
                 lines[i] = "DockState=" + base64.b64encode(bytes(state)).decode()
         path.write_text("\n".join(lines) + "\n")
-
-
-def vendor(obs, kind):
-    """A request of the plug-in's own, through the host's websocket server."""
-    reply = obs.request("CallVendorRequest", {"vendorName": VENDOR, "requestType": kind, "requestData": {"_": 0}})
-    return reply.get("responseData", {})
 
 
 def run_case(build_dir, case, warmup, seconds, server):

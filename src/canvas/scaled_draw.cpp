@@ -64,8 +64,7 @@ void draw_scene_scaled(obs_scene_t *scene, const ScaledTarget &target)
 	if (!scene || !target.canvas_width || !target.canvas_height || !target.viewport.width ||
 	    !target.viewport.height)
 		return;
-	ScaledTarget copy = target;
-	obs_scene_enum_items(scene, draw_item, &copy);
+	obs_scene_enum_items(scene, draw_item, const_cast<ScaledTarget *>(&target));
 }
 
 } // namespace cv
